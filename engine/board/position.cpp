@@ -1,1 +1,256 @@
-// placeholder
+// Position set-up from FEN, the board text, and the from-scratch check test.
+#include "engine/board/position.h"
+
+#include <cstring>
+#include <sstream>
+#include <vector>
+
+#include "engine/board/attacks.h"
+#include "engine/board/zobrist.h"
+#include "engine/eval/evaluate.h"
+
+positionStruct GPSData;
+moveStruct GMS[GMS_BYTES / sizeof(moveStruct)];
+const char* const fenStartPos = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1";
+const char* const fenLabelPieces = "  PpNnBbRrQqKk";
+
+namespace {
+
+constexpr int MAX_GAME_PLY = 512;
+
+// Splits at single blanks (runs of blanks give empty fields) and fills the missing trailing
+// fields: castling "-", en passant "-", clock "0", move number "1".
+std::vector<std::string> fenFields(std::string fen) {
+    if (fen.empty() || fen.back() != ' ') fen += ' ';
+    std::vector<std::string> fields;
+    size_t start = 0;
+    for (size_t i = 0; i < fen.size(); i++) {
+        if (fen[i] == ' ') {
+            fields.push_back(fen.substr(start, i - start));
+            start = i + 1;
+        }
+    }
+    if (fields.size() == 2) fields.push_back("-");
+    if (fields.size() == 3) fields.push_back("-");
+    if (fields.size() == 4) fields.push_back("0");
+    if (fields.size() == 5) fields.push_back("1");
+    return fields;
+}
+
+int pieceCodeOf(char c) {
+    const char* found = std::strchr(fenLabelPieces, c);
+    return (c != '\0' && found != nullptr) ? static_cast<int>(found - fenLabelPieces) : 0;
+}
+
+// Castling rights whose king and rook are not on their home squares cannot be used.
+uint8_t usableCastlingRights(const positionStruct* pos, uint8_t rights) {
+    if (pos->board[4] != WHITE_KING) rights &= ~(CASTLE_WHITE_KING | CASTLE_WHITE_QUEEN);
+    if (pos->board[60] != BLACK_KING) rights &= ~(CASTLE_BLACK_KING | CASTLE_BLACK_QUEEN);
+    if (pos->board[7] != WHITE_ROOK) rights &= ~CASTLE_WHITE_KING;
+    if (pos->board[0] != WHITE_ROOK) rights &= ~CASTLE_WHITE_QUEEN;
+    if (pos->board[63] != BLACK_ROOK) rights &= ~CASTLE_BLACK_KING;
+    if (pos->board[56] != BLACK_ROOK) rights &= ~CASTLE_BLACK_QUEEN;
+    return rights;
+}
+
+// The stored square of the double-stepped pawn, or 0 when the field names no such pawn.
+uint8_t enPassantFromField(const positionStruct* pos, const std::string& field) {
+    if (field.size() < 2 || field[0] < 'a' || field[0] > 'h') return 0;
+    int file = field[0] - 'a';
+    int square = pos->sideToMove == BLACK ? file + 8 * (field[1] - '0') : file + 8 * (field[1] - '2');
+    int expectedRank = pos->sideToMove == BLACK ? 3 : 4;
+    if (square < 0 || square > 63 || (square >> 3) != expectedRank) return 0;
+    int pawn = pos->sideToMove == BLACK ? WHITE_PAWN : BLACK_PAWN;
+    int behind = pos->sideToMove == BLACK ? square - 8 : square + 8;
+    int origin = pos->sideToMove == BLACK ? square - 16 : square + 16;
+    if (pos->board[square] != pawn || pos->board[behind] != EMPTY || pos->board[origin] != EMPTY) return 0;
+    return static_cast<uint8_t>(square);
+}
+
+}  // namespace
+
+bool isSideInCheck(const positionStruct* pos, int side) {
+    bitboard kings = pos->bitboards[WHITE_KING + side];
+    if (!kings) return false;
+    int king = lowestSquare(kings);
+    int enemy = side ^ 1;
+    bitboard occupied = occupancy(pos);
+    const bitboard* bb = pos->bitboards;
+    if (bishopAttacks(king, occupied) & (bb[WHITE_BISHOP + enemy] | bb[WHITE_QUEEN + enemy])) return true;
+    if (rookAttacks(king, occupied) & (bb[WHITE_ROOK + enemy] | bb[WHITE_QUEEN + enemy])) return true;
+    if (attackByPawnTable[side][king] & bb[WHITE_PAWN + enemy]) return true;
+    if (knightAttackTable[king] & bb[WHITE_KNIGHT + enemy]) return true;
+    return (kingAttackTable[king] & bb[WHITE_KING + enemy]) != 0;
+}
+
+void setPosition(std::string fen, positionStruct* pos) {
+    std::memset(pos->board, 0, sizeof(pos->board));
+    std::memset(pos->bitboards, 0, sizeof(pos->bitboards));
+    std::vector<std::string> fields = fenFields(fen);
+    while (fields.size() < 6) fields.push_back(fields.size() == 1 ? "w" : "-");
+
+    // Placement from a8. Unknown letters count as one empty square; squares that fall off the
+    // board are not written.
+    int square = 56;
+    for (char c : fields[0]) {
+        if (c >= '1' && c <= '8') {
+            square += c - '0';
+        } else if (c == '/') {
+            square -= 16;
+        } else {
+            int code = pieceCodeOf(c);
+            if (code >= WHITE_PAWN && square >= 0 && square < 64) {
+                pos->board[square] = static_cast<uint8_t>(code);
+                pos->bitboards[code] |= squareBit(square);
+                pos->bitboards[code & 1] |= squareBit(square);
+            }
+            square++;
+        }
+    }
+
+    pos->sideToMove = (!fields[1].empty() && fields[1][0] == 'w') ? WHITE : BLACK;
+
+    uint8_t rights = 0;
+    for (char c : fields[2]) {
+        if (c == 'K') rights |= CASTLE_WHITE_KING;
+        if (c == 'Q') rights |= CASTLE_WHITE_QUEEN;
+        if (c == 'k') rights |= CASTLE_BLACK_KING;
+        if (c == 'q') rights |= CASTLE_BLACK_QUEEN;
+    }
+    rights = usableCastlingRights(pos, rights);
+    uint8_t enPassant = fields[3] == "-" ? 0 : enPassantFromField(pos, fields[3]);
+
+    int clock = std::stoi(fields[4]);
+    int moveNumber = std::stoi(fields[5]);
+    pos->halfMoveClock = static_cast<uint16_t>(clock < 0 ? 0 : (clock > 65535 ? 65535 : clock));
+    long ply = pos->sideToMove + 2L * (static_cast<long>(moveNumber) - 1);
+    if (ply < 0) ply = 0;
+    if (ply > MAX_GAME_PLY) ply = MAX_GAME_PLY;
+    pos->historyCount = static_cast<uint16_t>(ply + 1);
+
+    pos->hashKey = hashCodeCastling[rights];
+    pos->pawnKingHashKey = 0;
+    for (int code = WHITE_PAWN; code <= BLACK_KING; code++) {
+        bitboard pieces = pos->bitboards[code];
+        while (pieces) {
+            int sq = popLowestSquare(pieces);
+            pos->hashKey ^= hashCodePiece[code][sq];
+            if (typeOf(code) == PAWN || typeOf(code) == KING) pos->pawnKingHashKey ^= hashCodePiece[code][sq];
+        }
+    }
+    if (enPassant) pos->hashKey ^= hashCodeEnpassant[enPassant & 7];
+    if (pos->sideToMove == BLACK) pos->hashKey ^= hashCodeBlackToMove;
+    // Keys of an earlier game must not be mistaken for repetitions of this one.
+    std::memset(pos->hashHistory, 0, sizeof(pos->hashHistory));
+    pos->hashHistory[ply] = pos->hashKey;
+
+    plyStateStruct& entry = pos->plyState[0];
+    entry.castlingRights = rights;
+    entry.enPassantSquare = enPassant;
+    entry.capturedPiece = 0;
+    entry.movedPiece = 0;
+    entry.currentMove = EMPTYMOVE;
+    entry.inCheck = isSideInCheck(pos, pos->sideToMove) ? 1 : 0;
+    computeEvalSums(pos);
+}
+
+bool validateFen(const std::string& fen, std::string* reason) {
+    std::vector<std::string> fields = fenFields(fen);
+    if (fields.size() < 2 || fields[0].empty()) {
+        *reason = "a FEN needs at least the placement and the side to move";
+        return false;
+    }
+    int ranks = 1, squaresInRank = 0;
+    int kings[2] = {0, 0}, counts[2] = {0, 0}, pawns[2] = {0, 0};
+    int extra[2] = {0, 0};  // pieces beyond the initial set, each one needs a promoted pawn
+    int typeCount[2][6] = {};
+    for (size_t i = 0; i < fields[0].size(); i++) {
+        char c = fields[0][i];
+        if (c == '/') {
+            if (squaresInRank != 8) break;
+            ranks++;
+            squaresInRank = 0;
+            continue;
+        }
+        if (c >= '1' && c <= '8') {
+            squaresInRank += c - '0';
+        } else {
+            int code = pieceCodeOf(c);
+            if (code >= WHITE_PAWN) {
+                int side = code & 1, type = typeOf(code);
+                typeCount[side][type]++;
+                counts[side]++;
+                if (type == KING) kings[side]++;
+                if (type == PAWN) {
+                    pawns[side]++;
+                    if (ranks == 1 || ranks == 8) {
+                        *reason = "a pawn stands on the first or last rank";
+                        return false;
+                    }
+                }
+            }
+            squaresInRank++;
+        }
+        if (squaresInRank > 8) break;
+    }
+    if (ranks != 8 || squaresInRank != 8) {
+        *reason = "the placement must have 8 ranks of 8 squares";
+        return false;
+    }
+    for (int side = 0; side < 2; side++) {
+        const char* name = side == 0 ? "white" : "black";
+        if (kings[side] != 1) {
+            *reason = std::string(name) + " must have exactly one king";
+            return false;
+        }
+        extra[side] = (typeCount[side][QUEEN] > 1 ? typeCount[side][QUEEN] - 1 : 0) +
+                      (typeCount[side][ROOK] > 2 ? typeCount[side][ROOK] - 2 : 0) +
+                      (typeCount[side][BISHOP] > 2 ? typeCount[side][BISHOP] - 2 : 0) +
+                      (typeCount[side][KNIGHT] > 2 ? typeCount[side][KNIGHT] - 2 : 0);
+        if (counts[side] > 16 || pawns[side] + extra[side] > 8) {
+            *reason = std::string(name) + " has more pieces than a game can produce";
+            return false;
+        }
+    }
+    for (int f = 4; f <= 5 && f < static_cast<int>(fields.size()); f++) {
+        const std::string& text = fields[f];
+        bool digits = !text.empty() && text.size() <= 9;
+        for (char c : text) digits = digits && c >= '0' && c <= '9';
+        if (!digits) {
+            *reason = std::string(f == 4 ? "the half-move clock" : "the move number") + " is not a number: " + text;
+            return false;
+        }
+    }
+    if (fields[3] != "-") {
+        const std::string& ep = fields[3];
+        bool whiteToMove = !fields[1].empty() && fields[1][0] == 'w';
+        if (ep.size() != 2 || ep[0] < 'a' || ep[0] > 'h' || ep[1] != (whiteToMove ? '6' : '3')) {
+            *reason = "the en-passant square is not valid: " + ep;
+            return false;
+        }
+    }
+    positionStruct* probe = new positionStruct;
+    setPosition(fen, probe);
+    bool standing = !isSideInCheck(probe, probe->sideToMove ^ 1);
+    delete probe;
+    if (!standing) {
+        *reason = "the side not to move is in check";
+        return false;
+    }
+    return true;
+}
+
+std::string boardToString(positionStruct* pos) {
+    static const char* separator = "+---+---+---+---+---+---+---+---+\n";
+    std::string text = separator;
+    for (int rank = 7; rank >= 0; rank--) {
+        for (int file = 0; file < 8; file++) {
+            text += "| ";
+            text += fenLabelPieces[pos->board[file + 8 * rank]];
+            text += ' ';
+        }
+        text += "|\n";
+        text += separator;
+    }
+    return text;
+}

@@ -1,0 +1,216 @@
+// Iterative deepening with aspiration windows around the root node, the time decisions between
+// iterations, and the search reports of the main thread.
+#include "engine/search/root.h"
+
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+
+#include "engine/movegen/legal.h"
+#include "engine/search/search.h"
+#include "engine/search/tablebase.h"
+#include "engine/search/tt.h"
+#include "engine/threads/workforce.h"
+#include "engine/uci/engine.h"
+#include "engine/uci/output.h"
+
+namespace {
+
+// Aspiration half-widths by thread index mod 16: the initial width, then the widths after the
+// 1st .. 4th failure in one direction.
+const int16_t aspMatrix[16][5] = {
+    {15, 35, 40, 80, 160}, {15, 20, 40, 80, 160}, {11, 19, 31, 49, 76},    {15, 35, 40, 80, 160},
+    {50, 40, 80, 160, 320}, {15, 35, 40, 80, 160}, {29, 32, 68, 124, 200}, {15, 35, 40, 80, 160},
+    {15, 35, 40, 80, 160}, {29, 32, 68, 124, 200}, {15, 35, 40, 80, 160},  {15, 35, 40, 80, 160},
+    {15, 20, 40, 80, 160}, {11, 19, 31, 49, 76},   {50, 40, 80, 160, 320}, {35, 27, 58, 139, 200},
+};
+
+// Helper threads skip depths so that they spread over the iterations.
+const int skipSize[16] = {1, 2, 2, 3, 3, 3, 4, 4, 6, 3, 2, 2, 4, 5, 3, 2};
+const int skipPhase[16] = {0, 1, 0, 1, 1, 0, 0, 2, 1, 0, 1, 1, 2, 1, 1, 0};
+
+constexpr int FULL_WINDOW_BELOW_DEPTH = 6;
+constexpr int REPORT_FROM_DEPTH = 10;
+constexpr int MAX_DEPTH = 127;
+
+bool isMateWithin(int score, int depth) {
+    return (score >= TB_WIN_SCORE && SCORE_MATE - score <= depth) || (score < -MATE_THRESHOLD && score + 31999 < depth);
+}
+
+// Moves to mate for a mate score, negative when being mated.
+int mateInMoves(int score) {
+    int n = (SCORE_MATE - (score < 0 ? -score : score)) / 2 + 1;
+    return score < 0 ? -n : n;
+}
+
+}  // namespace
+
+int64_t searchElapsedMs() {
+    int64_t elapsed = nowMs() - engine.startTime;
+    return elapsed < 1 ? 1 : elapsed;
+}
+
+std::string infoScoreLine(int score, int depth, int selDepth, uint64_t nodes, uint64_t tbHits, int64_t timeMs,
+                          const std::string& pv) {
+    std::ostringstream line;
+    line << "info score cp " << score << " depth " << depth << " seldepth " << selDepth << " nodes " << nodes
+         << " nps " << nodes * 1000 / static_cast<uint64_t>(timeMs) << " time " << timeMs << " tbhits " << tbHits
+         << " pv " << pv;
+    return line.str();
+}
+
+void collectPrincipalVariation(positionStruct* pos) {
+    getPVFromHashTable(pos, pos->completedDepth > 0 ? pos->completedDepth : 1);
+    if (pos->pvLength < 0 || !sameMove(pos->plyState[0].currentMove, pos->bestMove)) {
+        // The table lost the root entry: report the root's own best move alone.
+        pos->plyState[0].currentMove = pos->bestMove;
+        pos->pvLength = 0;
+    }
+    pos->pvHasPonder = pos->pvLength >= 1;
+    pos->ponderMove = pos->pvHasPonder ? pos->plyState[1].currentMove : EMPTYMOVE;
+}
+
+void worker::searchRoot() {
+    positionStruct* pos = position;
+    const int index = workerId;
+    const bool mainThread = index == 0;
+    const int threads = static_cast<int>(theWorkForce.workers.size());
+
+    // Step 1. Root moves and the starting state.
+    pos->timeCheckCounter = engine.checkInterval;
+    pos->plyState[0].killer1 = pos->plyState[0].killer2 = EMPTYMOVE;
+    generateMovesLegal(0, pos->plyState[0].moveList, pos);
+    const int rootMoves = moveCount(pos, 0);
+    pos->iterationDone = 1;
+    pos->completedDepth = 0;
+    pos->rootScore = -SCORE_INFINITY;
+    pos->bestMove = rootMoves > 0 ? pos->plyState[0].moveList[0] : EMPTYMOVE;
+    pos->bestMove.order = pos->board[pos->bestMove.from];
+    pos->ponderMove = EMPTYMOVE;
+    pos->pvHasPonder = 0;
+    pos->rootBestMove = EMPTYMOVE;
+    searchDepth.store(0, std::memory_order_relaxed);
+
+    // Step 2. No legal move: mated or stalemate, answered at once.
+    if (rootMoves == 0) {
+        if (mainThread) say((pos->plyState[0].inCheck ? "info score mate 0" : "info score cp 0"));
+        pos->bestMove = EMPTYMOVE;
+        return;
+    }
+
+    // Step 3. A tablebase position is answered from the DTZ tables.
+    if (mainThread && TB_LARGEST > 0 && pos->plyState[0].castlingRights == 0 &&
+        popCount(occupancy(pos)) <= TB_LARGEST) {
+        moveStruct tbMove = syzygyProbeDTZ(pos);
+        if (!isEmptyMove(tbMove)) {
+            pos->bestMove = tbMove;
+            pos->completedDepth = 127;
+            pos->iterationDone = 1;
+            pos->pvHasPonder = 0;
+            stopTheSearch();
+            return;
+        }
+    }
+
+    // Step 4. Helper threads stop deepening once enough others are at or beyond their depth.
+    const int needed = threads > 3 ? threads / 2 + 1 : threads / 2;
+    const int16_t* widths = aspMatrix[index % 16];
+    double stability = 1.0;
+
+    for (int depth = 1; depth <= MAX_DEPTH; depth++) {
+        bool skipIteration = false;
+        if (!mainThread) {
+            if ((index % 16 + depth) % skipSize[index % 16] == 0) depth += skipPhase[index % 16];
+            if (depth > MAX_DEPTH) depth = MAX_DEPTH;
+            if (depth >= REPORT_FROM_DEPTH) {
+                int ahead = 0;
+                for (int t = 0; t < threads; t++)
+                    if (t != index && theWorkForce.workers[t]->searchDepth.load(std::memory_order_relaxed) >= depth)
+                        ahead++;
+                skipIteration = ahead >= needed;
+            }
+        }
+
+        if (!skipIteration) {
+            searchDepth.store(depth, std::memory_order_relaxed);
+            pos->bestMoveChanges = 0;
+            pos->plyState[1].killer1 = pos->plyState[1].killer2 = EMPTYMOVE;
+            pos->plyState[1].staticEval = 0;
+
+            // Step 5. Aspiration windows.
+            int alpha = -SCORE_INFINITY, beta = SCORE_INFINITY;
+            if (depth >= FULL_WINDOW_BELOW_DEPTH) {
+                alpha = pos->rootScore - widths[0];
+                beta = pos->rootScore + widths[0];
+                if (alpha < -SCORE_INFINITY) alpha = -SCORE_INFINITY;
+                if (beta > SCORE_INFINITY) beta = SCORE_INFINITY;
+            }
+            int failLow = 0, failHigh = 0, reduction = 0;
+            for (;;) {
+                int searchDepthNow = depth - reduction < 1 ? 1 : depth - reduction;
+                int score = alfabeta(0, searchDepthNow, static_cast<short>(alpha), static_cast<short>(beta), pos);
+                if (searchStopped()) break;
+                if (score <= alpha) {
+                    failLow++;
+                    beta = (alpha + beta) / 2;
+                    alpha = failLow > 4 ? -SCORE_MATE : score - widths[failLow];
+                    reduction = 0;
+                } else if (score >= beta) {
+                    failHigh++;
+                    reduction++;
+                    beta = failHigh >= 5 ? SCORE_MATE : score + widths[failHigh];
+                    if (mainThread && failLow == 0 && !engine.infinite.load(std::memory_order_relaxed) &&
+                        !theWorkForce.ponderSearch.load(std::memory_order_relaxed) && !engine.noTimeLimit &&
+                        searchElapsedMs() > engine.softTime * stability)
+                        stopTheSearch();
+                } else {
+                    pos->rootScore = static_cast<int16_t>(score);
+                    pos->completedDepth = static_cast<int16_t>(depth);
+                    pos->iterationDone = 1;
+                    if (!isEmptyMove(pos->rootBestMove)) pos->bestMove = pos->rootBestMove;
+                    break;
+                }
+                if (alpha < -SCORE_INFINITY) alpha = -SCORE_INFINITY;
+                if (beta > SCORE_INFINITY) beta = SCORE_INFINITY;
+            }
+            publishedNodes.store(ownNodes(), std::memory_order_relaxed);
+            publishedTbHits.store(pos->tbHits, std::memory_order_relaxed);
+
+            // Step 6. Reports of the main thread after a completed iteration.
+            if (mainThread && pos->completedDepth == depth && !searchStopped()) {
+                collectPrincipalVariation(pos);
+                uint64_t nodes = theWorkForce.totalNodes(this);
+                uint64_t tbHits = theWorkForce.totalTbHits(this);
+                int64_t elapsed = searchElapsedMs();
+                int score = pos->rootScore;
+                if (depth >= REPORT_FROM_DEPTH)
+                    say(infoScoreLine(score, depth, pos->selDepth, nodes, tbHits, elapsed, PVToString(pos)));
+                if (isMateWithin(score, depth)) {
+                    say("info score mate ", mateInMoves(score), " depth ", depth, " nodes ", nodes, " nps ", nodes * 1000 / static_cast<uint64_t>(elapsed), " time ", elapsed, " tbhits ", tbHits, " pv ", PVToString(pos));
+                }
+            }
+        }
+
+        // Step 7. End-of-iteration decisions of the main thread.
+        if (searchStopped()) break;
+        if (!mainThread) continue;
+        if (depth >= FULL_WINDOW_BELOW_DEPTH) {
+            int changes = pos->bestMoveChanges;
+            if (changes < 2)
+                stability *= 0.9;
+            else
+                stability = changes * 0.2 + (stability > 1.0 ? stability * 0.8 : 1.0);
+            if (stability < 0.6) stability = 0.6;
+            if (stability > 2.0) stability = 2.0;
+        }
+        if (engine.depth > 0 && depth >= engine.depth) break;
+        if (engine.mate > 0 && pos->rootScore > MATE_THRESHOLD && mateInMoves(pos->rootScore) <= engine.mate) break;
+        if (!engine.infinite.load(std::memory_order_relaxed) && !engine.noTimeLimit &&
+            searchElapsedMs() * engine.timeScale > engine.softTime * stability) {
+            theWorkForce.bossFinished.store(true, std::memory_order_relaxed);
+            if (!theWorkForce.ponderSearch.load(std::memory_order_relaxed)) break;
+        }
+    }
+    if (mainThread) collectPrincipalVariation(pos);
+}

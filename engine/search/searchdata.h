@@ -1,0 +1,25 @@
+// Per-thread search tables: histories, counter moves and the move buffer of the search stack.
+// Each search thread owns one; nothing here is shared between threads.
+#pragma once
+
+#include <cstdint>
+
+#include "engine/board/position.h"
+
+constexpr int HISTORY_MAX = 8192;  // histories approach +-HISTORY_MAX under the gravity update
+constexpr int MOVE_BUFFER_SIZE = (MAX_PLY + 2) * MAX_MOVES_PER_PLY;
+
+// Continuation history: [previous piece - 2][previous to][piece - 2][to].
+typedef int16_t continuationTable[12][64][12][64];
+
+struct searchDataStruct {
+    int16_t history[14][64];          // by moving piece code and destination
+    moveStruct counterMoves[14][64];  // by the previous move's piece code and destination
+    continuationTable counterMoveHistory;  // keyed by the previous ply's move
+    continuationTable followUpHistory;     // keyed by the move two plies back
+    moveStruct moveBuffer[MOVE_BUFFER_SIZE];
+    int32_t quietScores[MOVE_BUFFER_SIZE];  // ordering scores of quiet moves, parallel to moveBuffer
+};
+
+// Zeroes the histories and counter moves.
+void clearSearchHistory(searchDataStruct* data);

@@ -1,0 +1,16 @@
+// Serialised line output.
+#include "engine/uci/output.h"
+
+#include <cstdio>
+#include <mutex>
+
+namespace {
+std::mutex outputMutex;
+}
+
+void sendLine(const std::string& text) {
+    std::lock_guard<std::mutex> lock(outputMutex);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}

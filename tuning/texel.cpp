@@ -1,0 +1,3 @@
+#include "tuning/texel.h"
+
+void doTheTexel() {}
