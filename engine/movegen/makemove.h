@@ -148,5 +148,16 @@ inline void unmakeMove(positionStruct* pos, int ply, moveStruct move) {
     pos->historyCount--;
 }
 
+// The key after a move, exact for ordinary moves and captures without a change of castling
+// rights; used to prefetch the child's hash bucket before the move is made.
+inline uint64_t keyAfterMove(const positionStruct* pos, int ply, moveStruct move) {
+    int piece = pos->board[move.from];
+    uint64_t key = pos->hashKey ^ hashCodeBlackToMove ^ hashCodePiece[piece][move.from] ^ hashCodePiece[piece][move.to] ^
+                   hashCodePiece[pos->board[move.to]][move.to];
+    int ep = pos->plyState[ply].enPassantSquare;
+    if (ep) key ^= hashCodeEnpassant[ep & 7];
+    return key;
+}
+
 // Whether the move just made gives check (the side now to move is in check).
 inline bool givesCheck(const positionStruct* pos) { return isSideInCheck(pos, pos->sideToMove); }

@@ -217,7 +217,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     // Step 5. Endgame tablebases, right after a capture or pawn move.
     if (ply > 0 && TB_LARGEST > 0 && pos->halfMoveClock == 0 && entry->castlingRights == 0) {
         int pieces = popCount(occupancy(pos));
-        if (pieces < TB_LARGEST || (pieces == TB_LARGEST && depth >= engine.syzygyProbeDepth)) {
+        if (pieces < TB_LARGEST || (pieces == TB_LARGEST && depth >= engine.syzygyProbeDepth.load(std::memory_order_relaxed))) {
             int wdl = syzygyProbeWDL(ply, pos);
             if (wdl >= 0) {
                 pos->tbHits++;
@@ -335,6 +335,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
                              : isLegalNotInCheck(pos, ply, move);
         if (!legal) continue;
 
+        prefetchBucket(keyAfterMove(pos, ply, move));
         const int piece = pos->board[move.from];
         const int captured = move.kind == KIND_ENPASSANT ? WHITE_PAWN + (pos->sideToMove ^ 1) : pos->board[move.to];
         move.order = static_cast<uint8_t>(piece);
@@ -373,7 +374,6 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
         makeMove(pos, ply, move);
         const bool checking = givesCheck(pos);
         pos->plyState[ply + 1].inCheck = checking ? 1 : 0;
-        prefetchBucket(pos->hashKey);
 
         // Extensions.
         int newDepth = depth - 1;

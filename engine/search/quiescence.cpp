@@ -107,6 +107,7 @@ int quiescence(unsigned char ply, int qdepth, short alphaIn, short betaIn, posit
         if (!inCheck && !verifyLegality && !isLegalNotInCheck(pos, ply, move)) continue;
         if (verifyLegality && !isLegalInCheck(pos, move)) continue;
 
+        prefetchBucket(keyAfterMove(pos, ply, move));
         move.order = pos->board[move.from];
         entry->currentMove = move;
         makeMove(pos, ply, move);

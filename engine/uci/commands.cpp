@@ -154,11 +154,11 @@ void setOption(std::istringstream& words, const std::string& line) {
         say("info string MoveOverhead set to : ", engine.moveOverhead);
     } else if (option == "syzygyprobedepth") {
         if (!numeric) {
-            say("info string SyzygyProbeDepth needs a number; it stays ", engine.syzygyProbeDepth);
+            say("info string SyzygyProbeDepth needs a number; it stays ", engine.syzygyProbeDepth.load());
             return;
         }
-        engine.syzygyProbeDepth = std::clamp(number, 0, PROBE_DEPTH_MAX);
-        say("info string SyzygyProbeDepth set to: ", engine.syzygyProbeDepth);
+        engine.syzygyProbeDepth.store(std::clamp(number, 0, PROBE_DEPTH_MAX));
+        say("info string SyzygyProbeDepth set to: ", engine.syzygyProbeDepth.load());
     } else {
         say("info string unknown option ", name);
     }

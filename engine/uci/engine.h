@@ -23,7 +23,7 @@ struct engineStruct {
     int32_t hashSize = 256;      // megabytes
     int32_t nofThreads = 1;
     int32_t checkInterval = 4096;  // nodes between two readings of the clock
-    int32_t syzygyProbeDepth = 0;
+    std::atomic<int32_t> syzygyProbeDepth{0};  // may change while a search reads it
     // Read by the search threads while the UCI thread may set it, hence atomic.
     std::atomic<bool> infinite{false};
     bool ponderOption = false;

@@ -1,0 +1,88 @@
+// Time allocation for "go": the budgets for clock, increment, moves to go and move time.
+#include <gtest/gtest.h>
+
+#include "engine/uci/engine.h"
+#include "engine/uci/go.h"
+
+namespace {
+
+struct budgetCase {
+    const char* name;
+    int time, inc, movestogo, gamePly, movetime, threads, overhead;
+    bool newGame;
+    int soft, hard;
+};
+
+// Worked examples: every case names the rule it pins down.
+const budgetCase cases[] = {
+    // Middle game, no increment: n = (int)(22 * 1.37) = 30, soft = (int)(1000 / 22 * 0.66) = 29,
+    // hard = min(5 * 29, 900 * 0.5) = 145.
+    {"wtime1000", 1000, 0, 0, 30, 0, 1, 100, false, 29, 145},
+    // A bare "go": 900 s, 30 moves to go with an unknown game ply (f = 0.66 * 1.4, which is
+    // just below 0.924 in double precision).
+    {"bareGo", 900000, 0, 0, 1024, 0, 1, 100, false, 27719, 138595},
+    // Fixed move time: only the hard limit matters.
+    {"movetime", 900000, 0, 0, 30, 1000, 1, 100, false, 10000, 1000},
+    // One move to go: hard = total - overhead.
+    {"movestogo1", 5000, 0, 1, 30, 0, 1, 100, false, 4015, 4900},
+    // Short of time: remaining 5 / soft 2 <= 3 halves both (hard 2 -> 1), then hard is kept
+    // at least soft + 1.
+    {"shortOfTime", 105, 0, 0, 30, 0, 1, 100, false, 1, 2},
+    // More than three threads use the larger fraction.
+    {"fourThreads", 1000, 0, 0, 30, 0, 4, 100, false, 32, 160},
+    // A new game computes timeFactor from clock / increment: r = 600 clamps to 360, giving
+    // 1.75, so n = 70 and total = 60000 + 100 * 69.
+    {"newGameFastClock", 60000, 100, 0, 10, 0, 1, 100, true, 1103, 5515},
+    // r = 60 clamps to 100, giving 1.37: n = 54, total = 60000 + 1000 * 53.
+    {"newGameSlowClock", 60000, 1000, 0, 10, 0, 1, 100, true, 1864, 9320},
+};
+
+}  // namespace
+
+TEST(TimeAllocation, WorkedExamples) {
+    for (const budgetCase& c : cases) {
+        engine.time[0] = c.time;
+        engine.inc[0] = c.inc;
+        engine.movestogoGiven = c.movestogo > 0;
+        engine.movestogo = c.movestogo > 0 ? c.movestogo : 30;
+        engine.gamePly = c.gamePly;
+        engine.movetime = c.movetime;
+        engine.nofThreads = c.threads;
+        engine.moveOverhead = c.overhead;
+        engine.ponderOption = false;
+        engine.newGame = c.newGame;
+        if (!c.newGame) engine.timeFactor = 1.37f;
+        allocateTime(0);
+        EXPECT_EQ(engine.softTime, c.soft) << c.name;
+        EXPECT_EQ(engine.hardTime, c.hard) << c.name;
+    }
+    engine.nofThreads = 1;
+}
+
+TEST(TimeAllocation, ShortOfTimeRaisesTheScale) {
+    engine.time[0] = 105;
+    engine.inc[0] = 0;
+    engine.movestogoGiven = false;
+    engine.gamePly = 30;
+    engine.movetime = 0;
+    engine.newGame = false;
+    allocateTime(0);
+    EXPECT_FLOAT_EQ(engine.timeScale, 5.0f);
+    engine.time[0] = 100000;
+    allocateTime(0);
+    EXPECT_FLOAT_EQ(engine.timeScale, 1.0f);
+}
+
+TEST(GoArguments, NumbersAreParsedAndClamped) {
+    int v = 7;
+    EXPECT_FALSE(parseInt("12x", &v));
+    EXPECT_EQ(v, 7);
+    EXPECT_FALSE(parseInt("", &v));
+    EXPECT_TRUE(parseInt("-250", &v));
+    EXPECT_EQ(v, -250);
+    EXPECT_TRUE(parseInt("99999999999", &v));
+    EXPECT_EQ(v, 2147483647);
+    unsigned long long n = 0;
+    EXPECT_TRUE(parseUint64("18446744073709551616", &n));
+    EXPECT_EQ(n, 18446744073709551615ULL);
+}
