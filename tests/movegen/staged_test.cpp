@@ -52,7 +52,13 @@ void checkTree(positionStruct* pos, int ply, int depth, const std::string& root)
     ASSERT_EQ(legalTexts, oracle) << root << " ply " << ply;
     ASSERT_EQ(std::set<std::string>(legalTexts.begin(), legalTexts.end()).size(), legalTexts.size()) << "duplicates";
     if (pos->plyState[ply].inCheck) {
+        // In check every generator produces the evasions.
         ASSERT_EQ(textsOf(generate(generateMovesEvade, pos, ply), side), oracle) << root << " evasions";
+        ASSERT_EQ(textsOf(generate(generateMovesQuiescence, pos, ply), side), oracle) << root << " quiescence";
+        ASSERT_EQ(textsOf(generate(generateMovesCaptures, pos, ply), side), oracle) << root << " captures";
+        if (ply > 0) {
+            ASSERT_EQ(textsOf(generate(generateMovesRecapture, pos, ply), side), oracle) << root;
+        }
     } else {
         // Captures and quiet moves are disjoint and, filtered, make up the legal list.
         std::vector<moveStruct> all = generate(generateMovesCaptures, pos, ply);
@@ -64,10 +70,24 @@ void checkTree(positionStruct* pos, int ply, int depth, const std::string& root)
         for (moveStruct m : all)
             if (isLegalNotInCheck(pos, ply, m)) filtered.push_back(m);
         ASSERT_EQ(textsOf(filtered, side), legalTexts) << root << " staged union";
+        // Quiescence: the captures without under-promotions, plus queen push-promotions.
+        // Recaptures: those of them that land where the previous move landed.
+        std::vector<moveStruct> quiescence, recaptures;
+        for (moveStruct m : all) {
+            bool capture = m.kind == KIND_ENPASSANT || pos->board[m.to] != EMPTY;
+            if (isPromotion(m.kind) && m.kind != KIND_PROMOTE_QUEEN) continue;
+            if (capture || m.kind == KIND_PROMOTE_QUEEN) quiescence.push_back(m);
+            if (capture && ply > 0 && m.to == pos->plyState[ply - 1].currentMove.to) recaptures.push_back(m);
+        }
+        ASSERT_EQ(textsOf(generate(generateMovesQuiescence, pos, ply), side), textsOf(quiescence, side)) << root;
+        if (ply > 0) {
+            ASSERT_EQ(textsOf(generate(generateMovesRecapture, pos, ply), side), textsOf(recaptures, side)) << root;
+        }
     }
     ASSERT_EQ(perft(ply, 1, pos), legal.size()) << root << " bulk count";
     for (moveStruct m : legal) {
         pos->plyState[ply + 1].moveList = pos->plyState[ply].moveList + MAX_MOVES_PER_PLY;
+        pos->plyState[ply].currentMove = m;
         makeMove(pos, ply, m);
         checkTree(pos, ply + 1, depth - 1, root);
         unmakeMove(pos, ply, m);
