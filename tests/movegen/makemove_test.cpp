@@ -152,6 +152,7 @@ TEST(MakeMove, RandomGamesKeepIncrementalStateAndUnmakeExactly) {
         "4k3/p1p1p1p1/8/1P1P1P1P/8/8/8/4K3 b - - 0 1",
     };
     std::mt19937 random(12345);
+    testPosition fresh(fenStartPos);  // reused for every from-scratch set-up
     int kindsMade[16] = {};
     for (const char* fen : fens) {
         for (int game = 0; game < 25; game++) {
@@ -168,7 +169,7 @@ TEST(MakeMove, RandomGamesKeepIncrementalStateAndUnmakeExactly) {
                 made.push_back(m);
                 kindsMade[m.kind]++;
                 std::string fenAfter = fenOf(p.get(), ply + 1);
-                testPosition fresh(fenAfter);
+                setPosition(fenAfter, fresh.get());
                 expectSameState(snapshotOf(p.get(), ply + 1), snapshotOf(fresh.get(), 0), fenAfter);
                 ASSERT_FALSE(HasFailure()) << "game from " << fen << " after " << moveToLA(&m, p->sideToMove ^ 1);
             }

@@ -42,13 +42,14 @@ TEST(Perft, DepthZeroIsOneNode) {
 }
 
 // Runs the self-check on a file with the given lines and returns its printed output.
-std::string runSelfCheck(const std::string& content, bool* result) {
+std::string runSelfCheck(const std::string& content, bool* result, uint64_t* mask = nullptr) {
     std::string path = testing::TempDir() + "vorix_perft_selfcheck.txt";
     std::ofstream(path) << content;
     initTables();
     testing::internal::CaptureStdout();
     *result = checkMoveGenWithPerft(path);
     std::string output = testing::internal::GetCapturedStdout();
+    if (mask) *mask = hashKeyMask;
     resizeHashTable(1);  // the self-check leaves a large table behind
     return output;
 }
@@ -62,11 +63,13 @@ TEST(PerftSelfCheck, StopsAtTheFullMarker) {
 
 TEST(PerftSelfCheck, ReportsEachLineAndFailsOnAMismatch) {
     bool ok = true;
+    uint64_t mask = 0;
     std::string output = runSelfCheck(
         "4k3/8/8/8/8/8/8/4K3 w - - 0 1;1;5\n4k3/8/8/8/8/8/8/4K3 w - - 0 1;2;99\nextended\n"
         "4k3/8/8/8/8/8/8/4K3 w - - 0 1;1;0\n",
-        &ok);
+        &ok, &mask);
     EXPECT_FALSE(ok);
+    EXPECT_EQ(mask, 0x1FFFFFu) << "a 128 MB table is left behind";
     EXPECT_EQ(output.rfind("1; 4k3/8/8/8/8/8/8/4K3 w - - 0 1; 1; 5; 5; ", 0), 0u) << output;
     EXPECT_NE(output.find("\n0; 4k3/8/8/8/8/8/8/4K3 w - - 0 1; 2; 99; 25; "), std::string::npos) << output;
     EXPECT_NE(output.find("Results of the perft checks is OK: 0\n"), std::string::npos);

@@ -131,11 +131,6 @@ TEST(Evasions, OfferOnlyMovesThatResolveTheCheck) {
         {"4r2k/8/8/8/1b6/8/3N4/4K3 w - - 0 1", {"e1d1", "e1f1", "e1f2"}},
         // The pinned knight may not take the checking queen either.
         {"7k/8/8/8/1b6/8/3N4/4Kq2 w - - 0 1", {"e1f1"}},
-        // En passant takes the checking pawn.
-        {"8/8/8/2k5/3Pp3/8/8/4K3 b - d3 0 1", {"c5b4", "c5b5", "c5b6", "c5c4", "c5c6", "c5d4", "c5d5", "c5d6", "e4d3"}},
-        // Captures of the checking rook and blocks by every piece type.
-        {"2Q5/8/4r2R/2NP4/6B1/R7/8/1k2K3 w - - 0 1",
-         {"a3e3", "c5e4", "c5e6", "c8e6", "d5e6", "e1d1", "e1d2", "e1f1", "e1f2", "g4e2", "g4e6", "h6e6"}},
     };
     for (const auto& c : cases) {
         testPosition p(c.fen);
@@ -143,8 +138,8 @@ TEST(Evasions, OfferOnlyMovesThatResolveTheCheck) {
     }
 }
 
-// Evasion ordering: a fixed score per mover for taking the checker and for blocking, king
-// captures at 220 plus the victim code (one more for the checker), quiet king steps 202.
+// Evasion sets and ordering: a fixed score per mover for taking the checker and for blocking,
+// king captures at 220 plus the victim code (one more for the checker), quiet king steps 202.
 TEST(Evasions, CarryTheFixedScoresOfMoverAndKind) {
     const struct {
         const char* fen;
@@ -157,6 +152,11 @@ TEST(Evasions, CarryTheFixedScoresOfMoverAndKind) {
          {{"c2c3", 210}, {"b2b4", 210}, {"a3a5", 233}, {"a3b4", 203}, {"a3c3", 203}, {"e1f2", 225}, {"e1e2", 202},
           {"e1f1", 202}}},
         {"4k3/8/8/8/8/2N5/4q3/4K3 w - - 0 1", {{"e1e2", 232}, {"c3e2", 236}}},
+        {"1r5k/P7/8/8/8/8/8/1K6 w - - 0 1",
+         {{"a7b8q", 250}, {"a7b8r", 250}, {"a7b8b", 250}, {"a7b8n", 250}, {"b1a1", 202}, {"b1a2", 202}, {"b1c1", 202},
+          {"b1c2", 202}}},
+        {"r6K/3P4/8/8/8/8/8/k7 w - - 0 1",
+         {{"d7d8q", 210}, {"d7d8r", 210}, {"d7d8b", 210}, {"d7d8n", 210}, {"h8g7", 202}, {"h8h7", 202}}},
         {"8/8/8/2k5/3Pp3/8/8/4K3 b - d3 0 1",
          {{"e4d3", 250}, {"c5d4", 223}, {"c5b4", 202}, {"c5b5", 202}, {"c5b6", 202}, {"c5c4", 202}, {"c5c6", 202},
           {"c5d5", 202}, {"c5d6", 202}}},
@@ -234,8 +234,6 @@ TEST(Castling, NeedsRightsEmptyPathAndSafeSquares) {
         textList expected;  // castling moves among the legal moves
     } cases[] = {
         {"4k3/8/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1c1", "e1g1"}},
-        {"4k3/8/8/8/8/8/8/R3K2R w K - 0 1", {"e1g1"}},
-        {"4k3/8/8/8/8/8/8/R3K2R w Q - 0 1", {"e1c1"}},
         {"4k3/4r3/8/8/8/8/8/R3K2R w KQ - 0 1", {}},            // in check
         {"4k3/5r2/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1c1"}},      // f1 attacked
         {"4k3/6r1/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1c1"}},      // g1 attacked
@@ -247,15 +245,11 @@ TEST(Castling, NeedsRightsEmptyPathAndSafeSquares) {
         {"4k3/8/8/8/8/8/1p6/R3K2R w KQ - 0 1", {"e1g1"}},      // pawn attacks c1
         {"4k3/8/8/8/8/8/8/RN2K2R w KQ - 0 1", {"e1g1"}},       // b1 occupied
         {"4k3/8/8/8/8/8/8/R3KB1R w KQ - 0 1", {"e1c1"}},       // f1 occupied
-        {"4k3/8/8/8/8/8/8/R3K1NR w KQ - 0 1", {"e1c1"}},       // g1 occupied
         {"r3k2r/8/8/8/8/8/8/4K3 b kq - 0 1", {"e8c8", "e8g8"}},
         {"r3k2r/8/8/8/8/8/8/1R2K3 b kq - 0 1", {"e8c8", "e8g8"}},  // only b8 attacked
         {"r3k2r/8/8/8/8/8/8/3RK3 b kq - 0 1", {"e8g8"}},
-        {"r3k2r/8/8/8/8/8/8/5RK1 b kq - 0 1", {"e8c8"}},
         {"r3k2r/8/8/8/8/8/8/4K1R1 b kq - 0 1", {"e8c8"}},
-        {"r3k2r/8/8/8/8/8/8/2R1K3 b kq - 0 1", {"e8g8"}},
         {"r3k2r/8/8/8/8/8/8/4R1K1 b kq - 0 1", {}},
-        {"r3k2r/8/8/8/8/8/8/6K1 b - - 0 1", {}},
         {"r3k2r/8/8/8/8/8/8/4K3 b KQkq - 0 1", {"e8c8", "e8g8"}},  // white's rights dropped, black's kept
     };
     for (const auto& c : cases) {
@@ -289,30 +283,21 @@ TEST(PseudoLegalTest, AcceptsOnlyMovesPlayableOnTheBoard) {
         {start, "e2", "e4", KIND_NORMAL, WHITE_PAWN, false},
         {start, "e2", "e3", KIND_NORMAL, WHITE_PAWN, true},
         {start, "e2", "d3", KIND_NORMAL, WHITE_PAWN, false},          // diagonal onto an empty square
-        {start, "e2", "e5", KIND_NORMAL, WHITE_PAWN, false},
         {start, "e7", "e5", KIND_DOUBLE_STEP, BLACK_PAWN, false},     // not the side to move
         {start, "g1", "f3", KIND_NORMAL, WHITE_KNIGHT, true},
         {start, "g1", "e2", KIND_NORMAL, WHITE_KNIGHT, false},        // own piece on the target
-        {start, "g1", "g3", KIND_NORMAL, WHITE_KNIGHT, false},
         {start, "f1", "c4", KIND_NORMAL, WHITE_BISHOP, false},        // blocked by the pawn on e2
         {afterE4, "f1", "c4", KIND_NORMAL, WHITE_BISHOP, true},
         {afterE4, "d1", "h5", KIND_NORMAL, WHITE_QUEEN, true},
-        {afterE4, "d1", "d3", KIND_NORMAL, WHITE_QUEEN, false},
-        {afterE4, "e4", "e6", KIND_DOUBLE_STEP, WHITE_PAWN, false},
         {afterE4, "e4", "e3", KIND_NORMAL, WHITE_PAWN, false},        // backwards
         {afterE4, "a1", "a3", KIND_NORMAL, WHITE_ROOK, false},        // through a2
         {afterE4, "e3", "e4", KIND_NORMAL, WHITE_PAWN, false},        // empty from-square
         {afterE4, "g1", "f3", KIND_ENPASSANT, WHITE_KNIGHT, false},
-        {afterE4, "e1", "e2", KIND_NORMAL, WHITE_KING, true},
         {castles, "e1", "g1", KIND_CASTLE_KING, WHITE_KING, true},
-        {castles, "e1", "c1", KIND_CASTLE_QUEEN, WHITE_KING, true},
         {castles, "e1", "c1", KIND_CASTLE_KING, WHITE_KING, false},
-        {castles, "h1", "h8", KIND_NORMAL, WHITE_ROOK, true},
         {castles, "e1", "e8", KIND_NORMAL, WHITE_KING, false},
         {"r3k2r/8/8/8/8/8/8/R3K2R w Qkq - 0 1", "e1", "g1", KIND_CASTLE_KING, WHITE_KING, false},
-        {"r3k2r/8/8/8/8/8/8/R3K2R w Kkq - 0 1", "e1", "c1", KIND_CASTLE_QUEEN, WHITE_KING, false},
         {"r3k2r/8/8/8/8/8/8/R3KB1R w KQkq - 0 1", "e1", "g1", KIND_CASTLE_KING, WHITE_KING, false},
-        {"r3k2r/8/8/8/8/8/8/R2QK2R w KQkq - 0 1", "e1", "c1", KIND_CASTLE_QUEEN, WHITE_KING, false},
         {"r3k2r/8/8/8/8/8/8/RN2K2R w KQkq - 0 1", "e1", "c1", KIND_CASTLE_QUEEN, WHITE_KING, false},
         {"r3k2r/5r2/8/8/8/8/8/R3K2R w KQkq - 0 1", "e1", "g1", KIND_CASTLE_KING, WHITE_KING, false},
         {"r3k2r/4r3/8/8/8/8/8/R3K2R w KQkq - 0 1", "e1", "c1", KIND_CASTLE_QUEEN, WHITE_KING, false},
@@ -323,16 +308,13 @@ TEST(PseudoLegalTest, AcceptsOnlyMovesPlayableOnTheBoard) {
         {epWhite, "e5", "d5", KIND_ENPASSANT, WHITE_PAWN, true},
         {noEp, "e5", "d5", KIND_ENPASSANT, WHITE_PAWN, false},
         {epWhite, "e5", "d6", KIND_NORMAL, WHITE_PAWN, false},
-        {epWhite, "e5", "e6", KIND_NORMAL, WHITE_PAWN, true},
         {promote, "b7", "b8", KIND_PROMOTE_QUEEN, WHITE_PAWN, true},
         {promote, "b7", "a8", KIND_PROMOTE_KNIGHT, WHITE_PAWN, true},
         {promote, "b7", "b8", KIND_NORMAL, WHITE_PAWN, false},
         {promote, "b7", "c8", KIND_PROMOTE_QUEEN, WHITE_PAWN, false},
         {start, "e2", "e3", KIND_PROMOTE_QUEEN, WHITE_PAWN, false},
         {"4k3/8/8/8/8/4n3/4P3/4K3 w - - 0 1", "e2", "e4", KIND_DOUBLE_STEP, WHITE_PAWN, false},
-        {"4k3/8/8/8/4n3/8/4P3/4K3 w - - 0 1", "e2", "e4", KIND_DOUBLE_STEP, WHITE_PAWN, false},
         {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR b KQkq - 0 1", "e7", "e5", KIND_DOUBLE_STEP, BLACK_PAWN, true},
-        {"4k3/4p3/8/8/8/8/8/4K3 b - - 0 1", "e7", "e6", KIND_NORMAL, BLACK_PAWN, true},
         {"4k3/4p3/8/8/8/8/8/4K3 b - - 0 1", "e7", "e8", KIND_NORMAL, BLACK_PAWN, false},
     };
     for (const auto& c : cases) {
