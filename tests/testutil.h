@@ -1,14 +1,17 @@
-// Shared set-up for the unit tests: the constant tables once, a small hash table, and
-// positions set from FEN on the heap.
+// Shared set-up for the unit tests: the constant tables once, a small hash table, positions set
+// from FEN on the heap, and move-list helpers.
 #pragma once
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "engine/board/attacks.h"
 #include "engine/board/position.h"
 #include "engine/board/zobrist.h"
+#include "engine/movegen/legal.h"
 #include "engine/search/tt.h"
 #include "engine/uci/engine.h"
 
@@ -34,3 +37,38 @@ struct testPosition {
     positionStruct* operator->() { return pos.get(); }
     positionStruct* get() { return pos.get(); }
 };
+
+// Square index of a coordinate such as "e4".
+inline int sq(const char* name) { return (name[0] - 'a') + 8 * (name[1] - '1'); }
+
+inline moveStruct makeMoveRecord(int from, int to, int kind, int order = 0) {
+    return moveStruct{static_cast<uint8_t>(from), static_cast<uint8_t>(to), static_cast<uint8_t>(kind),
+                      static_cast<uint8_t>(order)};
+}
+
+// The moves of the ply's list, in list order.
+inline std::vector<moveStruct> listMoves(positionStruct* pos, int ply) {
+    return std::vector<moveStruct>(pos->plyState[ply].moveList, pos->plyState[ply].moveListEnd);
+}
+
+// Sorted long algebraic texts of moves made by the side to move.
+inline std::vector<std::string> textsOf(const std::vector<moveStruct>& moves, int side) {
+    std::vector<std::string> texts;
+    for (moveStruct m : moves) texts.push_back(moveToLA(&m, static_cast<unsigned char>(side)));
+    std::sort(texts.begin(), texts.end());
+    return texts;
+}
+
+// Sorted texts of the legal moves at ply 0.
+inline std::vector<std::string> legalTexts(positionStruct* pos) {
+    generateMovesLegal(0, pos->plyState[0].moveList, pos);
+    return textsOf(listMoves(pos, 0), pos->sideToMove);
+}
+
+// The move of the given text among the legal moves at ply 0 (EMPTYMOVE when absent).
+inline moveStruct legalMoveByText(positionStruct* pos, const std::string& text) {
+    generateMovesLegal(0, pos->plyState[0].moveList, pos);
+    for (moveStruct m : listMoves(pos, 0))
+        if (moveToLA(&m, pos->sideToMove) == text) return m;
+    return EMPTYMOVE;
+}
