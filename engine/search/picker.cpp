@@ -10,6 +10,11 @@
 
 namespace {
 
+// Bits of the entry's flag byte: which of the killers and the counter move were handed out.
+constexpr uint8_t HANDED_OUT_KILLER1 = 1;
+constexpr uint8_t HANDED_OUT_KILLER2 = 2;
+constexpr uint8_t HANDED_OUT_COUNTER = 4;
+
 // Swaps the move with the largest ordering byte (the earliest on ties) to the cursor.
 inline moveStruct* pickBestOrder(moveStruct* cursor, moveStruct* end) {
     if (cursor >= end) return nullptr;
@@ -88,14 +93,19 @@ moveStruct nextMove(positionStruct* pos, int ply) {
 
             case STAGE_CAPTURES_DONE:
                 entry->moveStage = STAGE_KILLER1;
-                if (!sameMove(entry->killer1, entry->hashMove) && isUsableQuiet(pos, ply, entry->killer1))
+                entry->flag = 0;
+                if (!sameMove(entry->killer1, entry->hashMove) && isUsableQuiet(pos, ply, entry->killer1)) {
+                    entry->flag |= HANDED_OUT_KILLER1;
                     return entry->killer1;
+                }
                 break;
 
             case STAGE_KILLER1:
                 entry->moveStage = STAGE_KILLER2;
-                if (!sameMove(entry->killer2, entry->hashMove) && isUsableQuiet(pos, ply, entry->killer2))
+                if (!sameMove(entry->killer2, entry->hashMove) && isUsableQuiet(pos, ply, entry->killer2)) {
+                    entry->flag |= HANDED_OUT_KILLER2;
                     return entry->killer2;
+                }
                 break;
 
             case STAGE_KILLER2: {
@@ -105,8 +115,10 @@ moveStruct nextMove(positionStruct* pos, int ply) {
                 entry->counterMove = pos->search->counterMoves[entry->movedPiece][previous->currentMove.to];
                 moveStruct counter = entry->counterMove;
                 if (!sameMove(counter, entry->hashMove) && !sameMove(counter, entry->killer1) &&
-                    !sameMove(counter, entry->killer2) && isUsableQuiet(pos, ply, counter))
+                    !sameMove(counter, entry->killer2) && isUsableQuiet(pos, ply, counter)) {
+                    entry->flag |= HANDED_OUT_COUNTER;
                     return counter;
+                }
                 break;
             }
 
@@ -129,9 +141,14 @@ moveStruct nextMove(positionStruct* pos, int ply) {
                 moveStruct* end = entry->moveListEnd;
                 int32_t* scores = pos->search->quietScores;
                 const moveStruct* base = pos->search->moveBuffer;
+                // Only moves already handed out are removed: a killer skipped because another
+                // piece now stands on its square must not take the real move with it.
+                const moveStruct killer1 = (entry->flag & HANDED_OUT_KILLER1) ? entry->killer1 : EMPTYMOVE;
+                const moveStruct killer2 = (entry->flag & HANDED_OUT_KILLER2) ? entry->killer2 : EMPTYMOVE;
+                const moveStruct counter = (entry->flag & HANDED_OUT_COUNTER) ? entry->counterMove : EMPTYMOVE;
                 for (moveStruct* m = entry->captureEnd; m < end;) {
-                    if (sameMove(*m, entry->hashMove) || sameMove(*m, entry->killer1) ||
-                        sameMove(*m, entry->killer2) || sameMove(*m, entry->counterMove)) {
+                    if (sameMove(*m, entry->hashMove) || sameMove(*m, killer1) || sameMove(*m, killer2) ||
+                        sameMove(*m, counter)) {
                         *m = *--end;
                         continue;
                     }

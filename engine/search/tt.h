@@ -109,6 +109,3 @@ void freeHashTable();
 // Walks hash moves from the position, checking each against the board, and leaves at most
 // maxLength of them in the plyState entries (pvLength = count - 1).
 void getPVFromHashTable(positionStruct* pos, int maxLength);
-// Whether a move (fourth byte: piece code) can be played on the board: piece present, target
-// free of own pieces and kings, geometry possible. Castling kinds are never accepted.
-bool isHashMovePlausible(const positionStruct* pos, moveStruct move);
