@@ -501,6 +501,8 @@ PairsData* setup_pairs(const uint8_t* data, const uint8_t* end, uint64_t tb_size
         raw[i] = uint64_t(v);
     }
     for (int i = 0; i < h; i++) d->base[i] = uint32_t(raw[i] << (32 - (min_len + i)));
+    d->first_sym.resize(h);
+    for (int i = 0; i < h; i++) d->first_sym[i] = uint16_t(read_le16(d->offset + 2 * i));
     return d;
 }
 
@@ -547,7 +549,9 @@ int decompress_pairs(const PairsData* d, uint64_t idx) {
 
     const uint32_t* base = d->base.data();
     const uint16_t* symlen = d->symlen.data();
+    const uint16_t* first_sym = d->first_sym.data();
     const int min_len = d->min_len;
+    // code holds the next 32 bits of the stream; buf the avail bits that follow, left-aligned.
     uint32_t code = word_at(0), buf = 0, next_word = 4;
     int avail = 0;
     uint64_t consumed = 0;
@@ -557,24 +561,38 @@ int decompress_pairs(const PairsData* d, uint64_t idx) {
         int l = 0;
         while (code < base[l]) l++;
         const int len = min_len + l;
-        sym = read_le16(d->offset + 2 * l) + ((code - base[l]) >> (32 - len));
+        sym = first_sym[l] + ((code - base[l]) >> (32 - len));
         if (sym >= d->num_syms) return -1;
         if (litidx <= symlen[sym]) break;
         litidx -= uint32_t(symlen[sym]) + 1;
         consumed += uint64_t(len);
         if (consumed >= limit) return -1;
-        code = len == 32 ? 0 : code << len;
-        for (int need = len; need > 0;) {
-            if (avail == 0) {
-                buf = word_at(next_word);
+        if (len == 32) {  // only possible for 32-bit codes; keeps every shift below 32
+            if (avail == 32) {
+                code = buf;
+                buf = 0;
+                avail = 0;
+            } else if (avail == 0) {
+                code = word_at(next_word);
                 next_word += 4;
-                avail = 32;
+            } else {
+                const uint32_t w = word_at(next_word);
+                next_word += 4;
+                code = buf | w >> avail;
+                buf = w << (32 - avail);
             }
-            const int take = need < avail ? need : avail;
-            code |= (buf >> (32 - take)) << (need - take);
-            buf = take == 32 ? 0 : buf << take;
-            avail -= take;
-            need -= take;
+        } else if (len <= avail) {
+            code = code << len | buf >> (32 - len);
+            buf <<= len;
+            avail -= len;
+        } else {
+            code = code << len | buf >> (32 - len);
+            const int rest = len - avail;
+            buf = word_at(next_word);
+            next_word += 4;
+            code |= buf >> (32 - rest);
+            buf <<= rest;
+            avail = 32 - rest;
         }
     }
     while (symlen[sym] != 0) {

@@ -31,6 +31,7 @@ struct PairsData {
     const uint8_t* sympat = nullptr;      // 3 bytes per symbol
     std::vector<uint16_t> symlen;         // values a symbol expands to, minus one
     std::vector<uint32_t> base;           // left-aligned smallest code per length, min_len first
+    std::vector<uint16_t> first_sym;      // the offset table read out, min_len first
     uint64_t tb_size = 0;                 // number of indices of the sub-table
     uint32_t num_blocks = 0;              // size-table entries
     uint32_t real_num_blocks = 0;         // blocks present in the data area

@@ -2,6 +2,8 @@
 // that turn the squares of a filled piece list into a sub-table index.
 #include "fathom/tbindex.h"
 
+#include "fathom/tbpos.h"
+
 namespace {
 
 constexpr int sq_file(int s) { return s & 7; }
@@ -117,6 +119,22 @@ uint64_t group_number(const int* sq, int i, int k) {
         number += TBI.binomial[m + 1][x];
     }
     return number;
+}
+
+// Writes the squares of the pieces named by st's list from slot `from` on. Fails when the
+// list does not describe the position's material.
+bool fill_slots(const SubTable* st, int from, int n, const pos* p, bool swap, int flip, int* sq) {
+    for (int i = from; i < n;) {
+        const int code = st->pieces[i];
+        uint64_t bb = get_pieces(p, ((code >> 3) & 1) ^ (swap ? 1 : 0), code & 7);
+        const int start = i;
+        while (bb) {
+            if (i >= n || st->pieces[i] != code) return false;
+            sq[i++] = pop_lsb(bb) ^ flip;
+        }
+        if (i == start) return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -369,4 +387,43 @@ bool encode_pawn(const SubTable* st, int n, int p0, int p1, int* sq, uint64_t* i
     }
     *idx = index;
     return index < st->size;
+}
+
+bool table_index(const TBEntry* e, const pos* p, bool dtz, TableSlot* out) {
+    bool swap;
+    int side;
+    if (e->symmetric) {
+        swap = !p->turn;
+        side = 0;
+    } else {
+        swap = calc_key(p, false) != e->tw_key;
+        side = p->turn != swap ? 0 : 1;
+    }
+    const int list = dtz ? 0 : side, n = e->num;
+    int sq[TBPIECES] = {};
+    if (!e->has_pawns) {
+        const SubTable* st = entry_sub(e, 0, list);
+        if (!fill_slots(st, 0, n, p, swap, 0, sq) || !encode_piece(st, n, sq, &out->idx)) return false;
+        out->st = st;
+    } else {
+        // Pawns keep their direction, so a colour swap mirrors the board vertically.
+        const int flip = swap ? 56 : 0, p0 = e->p0;
+        const int lead = entry_sub(e, 0, list)->pieces[0];
+        uint64_t bb = get_pieces(p, ((lead >> 3) & 1) ^ (swap ? 1 : 0), TB_PAWN);
+        if (popcount(bb) != p0) return false;
+        for (int k = 0; k < p0; k++) sq[k] = pop_lsb(bb) ^ flip;
+        int best = 0;
+        for (int k = 1; k < p0; k++)
+            if (TBI.flap[sq[k]] < TBI.flap[sq[best]]) best = k;
+        const int tmp = sq[0];
+        sq[0] = sq[best];
+        sq[best] = tmp;
+        const int file = (sq[0] & 7) < 4 ? sq[0] & 7 : 7 - (sq[0] & 7);
+        const SubTable* st = entry_sub(e, file, list);
+        if (!fill_slots(st, p0, n, p, swap, flip, sq) || !encode_pawn(st, n, p0, e->p1, sq, &out->idx))
+            return false;
+        out->st = st;
+    }
+    out->side = side;
+    return true;
 }

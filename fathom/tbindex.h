@@ -27,6 +27,13 @@ extern const IndexTables TBI;
 constexpr int KK_COUNT = 462;
 constexpr int TRIPLE_COUNT = 31332;
 
+// Where a position lands in a file: the sub-table, the index, and the table side to move.
+struct TableSlot {
+    const SubTable* st;
+    uint64_t idx;
+    int side;
+};
+
 // Reads the piece lists, orders and pairs headers of a mapped file into the entry's
 // sub-tables and places their areas; false when the file is inconsistent with the entry.
 bool init_table(TBEntry* e, const uint8_t* data, uint64_t size, bool wdl);
@@ -42,3 +49,8 @@ bool calc_factors_pawn(SubTable* st, int n, int p0, int p1, int file, int order,
 bool encode_piece(const SubTable* st, int n, int* sq, uint64_t* idx);
 // As above for pawn tables; slot 0 already holds the chosen leading pawn.
 bool encode_pawn(const SubTable* st, int n, int p0, int p1, int* sq, uint64_t* idx);
+
+// Orients the position against the file of e (colour swap, table side to move), fills the
+// piece slots and computes the index; dtz selects the file's single DTZ piece list. False
+// when the position does not fit the file.
+bool table_index(const TBEntry* e, const pos* p, bool dtz, TableSlot* out);

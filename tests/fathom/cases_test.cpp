@@ -2,6 +2,9 @@
 // number of pieces so a failing table size stands out.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "tests/fathom/tb_test_util.h"
 
 namespace {
@@ -41,5 +44,32 @@ INSTANTIATE_TEST_SUITE_P(ByPieceCount, KnownPositions, ::testing::Values(3, 4, 5
                          [](const ::testing::TestParamInfo<int>& param_info) {
                              return std::to_string(param_info.param) + "pieces";
                          });
+
+// Threads start probing right after registration, so the first-use mapping of WDL files and
+// the loading of DTZ entries race; every thread must still see the known values.
+TEST(ConcurrentProbes, ThreadsAgreeWithKnownValues) {
+    SKIP_WITHOUT_TABLES();
+    ::testing::internal::CaptureStdout();
+    tb_init(tbtest::syzygy_dir().c_str());
+    ::testing::internal::GetCapturedStdout();
+    const auto records = tbtest::read_records(tbtest::syzygy_dir() + "/cases.txt");
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
+    const size_t n = records.size();
+    for (size_t t = 0; t < 6; t++)
+        threads.emplace_back([&, t] {
+            for (size_t i = 0; i < n; i++) {
+                const auto& rec = records[(i + t * n / 6) % n];
+                pos p = tbtest::parse_fen(rec[0]);
+                p.rule50 = 0;
+                int ok_wdl = 0, ok_dtz = 0;
+                const int wdl = probe_wdl(&p, &ok_wdl), dtz = probe_dtz(&p, &ok_dtz);
+                if (!ok_wdl || !ok_dtz || wdl != std::stoi(rec[1]) || dtz != std::stoi(rec[2])) mismatches++;
+            }
+        });
+    for (std::thread& th : threads) th.join();
+    EXPECT_EQ(mismatches.load(), 0);
+    tb_free();
+}
 
 }  // namespace
