@@ -126,7 +126,7 @@ bool ensure_wdl_mapped(TBEntry* entry);
 // DTZ entry of a material key, loaded into the DTZ cache on first use; null on failure.
 std::shared_ptr<TBEntry> get_dtz_entry(uint64_t key);
 // Records that a mapped table turned out to be corrupt; prints the message once.
-void mark_broken(TBEntry* entry);
+void mark_broken(TBEntry* entry, const char* suffix);
 
 // Pairs decoder. setup_pairs reads the header at data (never past end); null when it is
 // malformed. decompress_pairs returns the 12-bit value stored for idx, or -1 when the

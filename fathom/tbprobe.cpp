@@ -30,7 +30,7 @@ int probe_wdl_table(const pos* p, int* success) {
     if (!table_index(e, p, false, &ts)) return 0;
     const int v = decompress_pairs(ts.st->pairs, ts.idx);
     if (v < 0 || (v & 0xFF) > 4) {
-        mark_broken(e);
+        mark_broken(e, ".rtbw");
         return 0;
     }
     *success = 1;
@@ -53,13 +53,13 @@ int probe_dtz_table(const pos* p, int wdl, int* success) {
     }
     int v = decompress_pairs(st->pairs, ts.idx);
     if (v < 0) {
-        mark_broken(e);
+        mark_broken(e, ".rtbz");
         return 0;
     }
     if (st->flags & 2) {
         const int m = wdl_to_map[wdl + 2];
         if (v >= st->map_len[m]) {
-            mark_broken(e);
+            mark_broken(e, ".rtbz");
             return 0;
         }
         v = st->flags & 16 ? int(read_le16(e->data + st->map[m] + 2 * uint64_t(v)))

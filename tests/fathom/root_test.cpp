@@ -130,7 +130,7 @@ TEST_F(RootProbe, EveryMoveValueFollowsFromTheChild) {
     EXPECT_GT(checked, 1000);
 }
 
-TEST_F(RootProbe, SpecialResults) {
+TEST_F(RootProbe, NoMoveAndRefusedPositions) {
     SKIP_WITHOUT_TABLES();
     int score = 7;
     for (const char* fen : {"k7/1Q6/1K6/8/8/8/8/8 b - - 0 1", "k7/8/1Q6/8/8/8/8/K7 b - - 0 1"}) {
