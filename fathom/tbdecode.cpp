@@ -161,8 +161,6 @@ int decompress_pairs(const PairsData* d, uint64_t idx) {
     // code holds the next 32 bits of the stream; buf the avail bits that follow, left-aligned.
     uint32_t code = word_at(0), buf = 0, next_word = 4;
     int avail = 0;
-    uint64_t consumed = 0;
-    const uint64_t limit = uint64_t(blen) * 8;
     uint32_t sym;
     for (;;) {
         int l = 0;
@@ -172,8 +170,8 @@ int decompress_pairs(const PairsData* d, uint64_t idx) {
         if (sym >= d->num_syms) return -1;
         if (litidx <= symlen[sym]) break;
         litidx -= uint32_t(symlen[sym]) + 1;
-        consumed += uint64_t(len);
-        if (consumed >= limit) return -1;
+        // Symbols starting inside the block never need bits beyond its end plus two words.
+        if (next_word > blen + 8) return -1;
         if (len == 32) {  // only possible for 32-bit codes; keeps every shift below 32
             if (avail == 32) {
                 code = buf;
