@@ -130,6 +130,23 @@ TEST_F(RootProbe, EveryMoveValueFollowsFromTheChild) {
     EXPECT_GT(checked, 1000);
 }
 
+// The fifty-move counter moves the chosen move's class exactly at the 100-ply boundary.
+TEST_F(RootProbe, FiftyMoveBoundary) {
+    SKIP_WITHOUT_TABLES();
+    const struct { const char* fen; int rule50; unsigned cls; int dtz; } cases[] = {
+        {"7K/8/8/8/8/8/6Q1/k7 w - -", 89, 4, 11},  {"7K/8/8/8/8/8/6Q1/k7 w - -", 90, 3, 11},
+        {"8/8/8/8/r7/2q5/8/3k1K2 w - -", 96, 0, -4}, {"8/8/8/8/r7/2q5/8/3k1K2 w - -", 97, 1, -4},
+    };
+    for (const auto& c : cases) {
+        pos p = tbtest::parse_fen(c.fen);
+        p.rule50 = uint8_t(c.rule50);
+        int score = 0;
+        const unsigned res = probe_root(&p, &score);
+        EXPECT_EQ(tbResultWdl(res), c.cls) << c.fen << " at " << c.rule50;
+        EXPECT_EQ(score, c.dtz) << c.fen << " at " << c.rule50;
+    }
+}
+
 TEST_F(RootProbe, NoMoveAndRefusedPositions) {
     SKIP_WITHOUT_TABLES();
     int score = 7;
