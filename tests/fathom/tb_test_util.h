@@ -7,12 +7,12 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "fathom/tbprobe.h"
+#include "tests/fathom/random_position.h"
 
 namespace tbtest {
 
@@ -69,35 +69,6 @@ inline std::vector<std::vector<std::string>> read_records(const std::string& fil
         out.push_back(fields);
     }
     return out;
-}
-
-// A random legal position of a material such as "KRvKP" (the first side is White).
-inline pos random_position(const std::string& material, bool white_to_move, std::mt19937_64& rng) {
-    for (;;) {
-        pos p{};
-        p.turn = white_to_move;
-        bool black = false;
-        for (char c : material) {
-            if (c == 'v') {
-                black = true;
-                continue;
-            }
-            int sq;
-            do sq = int(rng() % 64);
-            while ((((p.white | p.black) >> sq) & 1) || (c == 'P' && (sq < 8 || sq >= 56)));
-            const uint64_t b = uint64_t(1) << sq;
-            (black ? p.black : p.white) |= b;
-            switch (c) {
-                case 'P': p.pawns |= b; break;
-                case 'N': p.knights |= b; break;
-                case 'B': p.bishops |= b; break;
-                case 'R': p.rooks |= b; break;
-                case 'Q': p.queens |= b; break;
-                default: p.kings |= b; break;
-            }
-        }
-        if (is_legal(&p)) return p;
-    }
 }
 
 inline int piece_count(const pos& p) { return __builtin_popcountll(p.white | p.black); }

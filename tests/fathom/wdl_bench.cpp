@@ -9,32 +9,7 @@
 #include <vector>
 
 #include "fathom/tbprobe.h"
-
-namespace {
-
-pos random_position(const std::string& material, std::mt19937_64& rng) {
-    for (;;) {
-        pos p{};
-        p.turn = rng() & 1;
-        bool black = false;
-        for (char c : material) {
-            if (c == 'v') {
-                black = true;
-                continue;
-            }
-            int sq;
-            do sq = int(rng() % 64);
-            while ((((p.white | p.black) >> sq) & 1) || (c == 'P' && (sq < 8 || sq >= 56)));
-            const uint64_t b = uint64_t(1) << sq;
-            (black ? p.black : p.white) |= b;
-            (c == 'P' ? p.pawns : c == 'N' ? p.knights : c == 'B' ? p.bishops : c == 'R' ? p.rooks
-                                                 : c == 'Q' ? p.queens : p.kings) |= b;
-        }
-        if (is_legal(&p)) return p;
-    }
-}
-
-}  // namespace
+#include "tests/fathom/random_position.h"
 
 int main(int argc, char** argv) {
     const std::string dir = argc > 1 ? argv[1] : VORIX_SYZYGY_DIR;
@@ -53,7 +28,7 @@ int main(int argc, char** argv) {
         }
         if (materials.empty()) continue;
         std::vector<pos> positions;
-        for (int i = 0; i < 200000; i++) positions.push_back(random_position(materials[i % materials.size()], rng));
+        for (int i = 0; i < 200000; i++) positions.push_back(tbtest::random_position(materials[i % materials.size()], rng() & 1, rng));
         int failed = 0, ok = 0;
         for (const pos& p : positions) {  // maps every table before timing
             probe_wdl(&p, &ok);
@@ -63,11 +38,11 @@ int main(int argc, char** argv) {
         long checksum = 0;
         const auto start = std::chrono::steady_clock::now();
         double elapsed = 0;
-        while (elapsed < seconds) {
+        do {
             for (const pos& p : positions) checksum += probe_wdl(&p, &ok);
             probes += positions.size();
             elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        }
+        } while (elapsed < seconds);
         std::printf("%d-piece: %zu materials, %zu positions, %d failed; %.0f WDL probes/s (checksum %ld)\n", pieces,
                     materials.size(), positions.size(), failed, double(probes) / elapsed, checksum);
     }
