@@ -50,5 +50,7 @@ inline unsigned tbResultEp(unsigned r) { return (r >> 19) & 0x1; }
 inline unsigned tbResultDtz(unsigned r) { return r >> 20; }  // absolute DTZ
 
 // Ranks the root moves by DTZ (with the position's fifty-move counter) and returns the chosen
-// move packed as above; 0 on failure. *score receives the signed DTZ of the chosen move.
+// move packed as above; 0 on failure (tables off, more pieces than any table, malformed
+// position), TB_RESULT_FAILED_ROOT when a table needed for a root move is missing or damaged.
+// *score receives the signed DTZ of the chosen move.
 unsigned probe_root(const pos* p, int* score);

@@ -1,0 +1,122 @@
+// Registration: empty paths, a lone table, ':'-separated directories searched in order, and
+// the material hash holding every signature the registry looks for.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+
+#include "fathom/tbcore.h"
+#include "tests/fathom/tb_test_util.h"
+
+namespace {
+
+using tbtest::ScratchDir;
+
+const char* const KQK = "8/8/8/8/8/5k2/8/2K1Q3 b - - 0 1";  // lost for Black
+const char* const KRK = "8/8/8/8/8/5k2/8/2K1R3 w - - 0 1";  // won for White
+
+std::string init_output(const std::string& path) {
+    ::testing::internal::CaptureStdout();
+    tb_init(path.c_str());
+    return ::testing::internal::GetCapturedStdout();
+}
+
+int wdl_of(const char* fen, int* ok) {
+    const pos p = tbtest::parse_fen(fen);
+    return probe_wdl(&p, ok);
+}
+
+class Registry : public ::testing::Test {
+protected:
+    void TearDown() override { tb_free(); }
+};
+
+TEST_F(Registry, EmptyPathRegistersNothingAndReleasesEarlierTables) {
+    SKIP_WITHOUT_TABLES();
+    for (const char* path : {"", "<empty>"}) {
+        init_output(tbtest::syzygy_dir());
+        ASSERT_EQ(TB_LARGEST, 5);
+        EXPECT_EQ(init_output(path), "") << '"' << path << '"';
+        EXPECT_EQ(TB_LARGEST, 0);
+        int ok = 1;
+        wdl_of(KQK, &ok);
+        EXPECT_EQ(ok, 0);
+    }
+}
+
+TEST_F(Registry, DirectoryWithOneTable) {
+    SKIP_WITHOUT_TABLES();
+    ScratchDir dir("one");
+    dir.copy_table("KQvK.rtbw");
+    EXPECT_EQ(init_output(dir.path.string()), "Found 1 tablebases.\n");
+    EXPECT_EQ(TB_LARGEST, 3);
+    int ok = 0;
+    EXPECT_EQ(wdl_of(KQK, &ok), -2);
+    EXPECT_EQ(ok, 1);
+    wdl_of(KRK, &ok);
+    EXPECT_EQ(ok, 0);
+}
+
+TEST_F(Registry, DirectoriesAreSearchedInOrder) {
+    SKIP_WITHOUT_TABLES();
+    ScratchDir bad("bad"), good("good");
+    good.copy_table("KQvK.rtbw");
+    bad.copy_table("KQvK.rtbw");
+    bad.copy_table("KRvK.rtbw");
+    {
+        std::fstream f(bad.path / "KQvK.rtbw", std::ios::in | std::ios::out | std::ios::binary);
+        f.put('\0');  // spoils the magic
+    }
+    const std::string b = bad.path.string(), g = good.path.string();
+    int ok = 1;
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(init_output(b + ":" + g), "Found 2 tablebases.\n");
+    wdl_of(KQK, &ok);
+    EXPECT_EQ(ok, 0);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Corrupted table.\n");
+
+    EXPECT_EQ(init_output("::" + g + "::" + b + ":"), "Found 2 tablebases.\n");
+    EXPECT_EQ(wdl_of(KQK, &ok), -2);
+    EXPECT_EQ(ok, 1);
+    EXPECT_EQ(wdl_of(KRK, &ok), 2);
+    EXPECT_EQ(ok, 1);
+}
+
+TEST_F(Registry, MissingDirectoryFindsNothing) {
+    EXPECT_EQ(init_output("/nonexistent/vorix/syzygy"), "Found 0 tablebases.\n");
+    EXPECT_EQ(TB_LARGEST, 0);
+}
+
+// Every signature of up to six pieces, in both colourings, has its own key and fits its
+// hash bucket, so a complete table set never overflows the registry.
+TEST(RegistryHash, EverySignatureFits) {
+    std::vector<std::string> names;
+    for_each_table_name([](const char* n, void* ctx) { static_cast<std::vector<std::string>*>(ctx)->push_back(n); },
+                        &names);
+    std::set<uint64_t> keys;
+    std::map<uint64_t, int> buckets;
+    int pawnless = 0;
+    for (const std::string& name : names) {
+        uint8_t counts[2][7] = {}, swapped[2][7] = {};
+        int side = 0;
+        for (char c : name) {
+            if (c == 'v') side = 1;
+            else counts[side][std::string(" PNBRQK").find(c)]++;
+        }
+        pawnless += counts[0][TB_PAWN] + counts[1][TB_PAWN] == 0;
+        for (int t = 0; t < 7; t++) {
+            swapped[0][t] = counts[1][t];
+            swapped[1][t] = counts[0][t];
+        }
+        for (uint64_t key : std::set<uint64_t>{material_key(counts), material_key(swapped)}) {
+            EXPECT_TRUE(keys.insert(key).second) << name;
+            EXPECT_LE(++buckets[key >> (64 - TBHASHBITS)], HSHMAX) << name;
+        }
+    }
+    EXPECT_EQ(names.size(), 510u);
+    EXPECT_EQ(pawnless, TBMAX_PIECE);
+    EXPECT_EQ(int(names.size()) - pawnless, TBMAX_PAWN);
+    EXPECT_EQ(keys.size(), 1000u);  // 20 symmetric materials share one key
+}
+
+}  // namespace

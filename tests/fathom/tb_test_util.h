@@ -1,0 +1,97 @@
+// Helpers shared by the tablebase tests: FEN to `pos`, the table directory, data files and
+// scratch directories.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "fathom/tbprobe.h"
+#include "tests/fathom/random_position.h"
+
+namespace tbtest {
+
+namespace fs = std::filesystem;
+
+inline std::string syzygy_dir() { return VORIX_SYZYGY_DIR; }
+
+inline bool have_tables() { return fs::exists(fs::path(syzygy_dir()) / "KQvK.rtbw"); }
+
+// Reads the position fields of a FEN; pos.ep is the en-passant target square.
+inline pos parse_fen(const std::string& fen) {
+    pos p{};
+    std::istringstream in(fen);
+    std::string board, side, castling, ep;
+    int halfmove = 0;
+    in >> board >> side >> castling >> ep >> halfmove;
+    int rank = 7, file = 0;
+    for (char c : board) {
+        if (c == '/') {
+            rank--;
+            file = 0;
+        } else if (c >= '1' && c <= '8') {
+            file += c - '0';
+        } else {
+            const uint64_t b = uint64_t(1) << (8 * rank + file++);
+            (c >= 'a' ? p.black : p.white) |= b;
+            switch (c | 0x20) {
+                case 'p': p.pawns |= b; break;
+                case 'n': p.knights |= b; break;
+                case 'b': p.bishops |= b; break;
+                case 'r': p.rooks |= b; break;
+                case 'q': p.queens |= b; break;
+                default: p.kings |= b; break;
+            }
+        }
+    }
+    p.turn = side == "w";
+    p.ep = ep.size() == 2 ? uint8_t((ep[0] - 'a') + 8 * (ep[1] - '1')) : 0;
+    p.rule50 = uint8_t(halfmove);
+    return p;
+}
+
+// Data lines of a shared file (comment lines starting with '#' skipped), split at ';'.
+inline std::vector<std::vector<std::string>> read_records(const std::string& file) {
+    std::vector<std::vector<std::string>> out;
+    std::ifstream in(file);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::vector<std::string> fields;
+        std::istringstream ls(line);
+        std::string f;
+        while (std::getline(ls, f, ';')) fields.push_back(f);
+        out.push_back(fields);
+    }
+    return out;
+}
+
+inline int piece_count(const pos& p) { return __builtin_popcountll(p.white | p.black); }
+
+// A fresh directory under the system temp directory, removed on destruction.
+struct ScratchDir {
+    fs::path path;
+    explicit ScratchDir(const std::string& tag) {
+        path = fs::temp_directory_path() / ("vorix_tb_" + tag + "_" + std::to_string(::getpid()));
+        fs::remove_all(path);
+        fs::create_directories(path);
+    }
+    ~ScratchDir() {
+        std::error_code ec;
+        fs::remove_all(path, ec);
+    }
+    void copy_table(const std::string& file) const {
+        fs::copy_file(fs::path(syzygy_dir()) / file, path / file, fs::copy_options::overwrite_existing);
+        fs::permissions(path / file, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::add);
+    }
+};
+
+}  // namespace tbtest
+
+#define SKIP_WITHOUT_TABLES() \
+    if (!tbtest::have_tables()) GTEST_SKIP() << "no tables in " << tbtest::syzygy_dir()
