@@ -1,6 +1,7 @@
 // The alpha-beta node procedure: draws, hash cut-offs, tablebases, the pruning front (reverse
 // futility, razoring, null move, ProbCut, internal iterative deepening), the staged move loop
 // with extensions, late-move pruning and reductions, and the history bookkeeping.
+#include "engine/movegen/check.h"
 #include "engine/movegen/legal.h"
 #include "engine/movegen/makemove.h"
 #include "engine/search/nodeutil.h"
@@ -288,12 +289,15 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
                 generateMovesCaptures(ply, entry->moveList, pos);
                 moveStruct* cursor = entry->moveList;
                 moveStruct move;
+                checkInfoStruct checkInfo;
+                computeCheckInfo(pos, &checkInfo);
                 while (!isEmptyMove(move = doNextMoveProbCut(ply, cursor, pos, rbeta - eval))) {
                     if (!isLegalNotInCheck(pos, ply, move)) continue;
+                    const bool checking = moveGivesCheck(pos, checkInfo, move);
                     move.order = pos->board[move.from];
                     entry->currentMove = move;
                     makeMove(pos, ply, move);
-                    pos->plyState[ply + 1].inCheck = givesCheck(pos) ? 1 : 0;
+                    pos->plyState[ply + 1].inCheck = checking ? 1 : 0;
                     int score = -quiescence(ply + 1, 0, toShort(-rbeta), toShort(-rbeta + 1), pos);
                     if (score >= rbeta) score = searchChild(ply, depth - 3, rbeta - 1, rbeta, pos);
                     unmakeMove(pos, ply, move);
@@ -329,8 +333,21 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     int quietCount = 0;
     searchDataStruct* data = pos->search;
     moveStruct move;
+    checkInfoStruct checkInfo;
+    bool checkInfoReady = false;
     while (!isEmptyMove(move = nextMove(pos, ply))) {
         const uint8_t stage = entry->moveStage;
+        if (!checkInfoReady) {
+            computeCheckInfo(pos, &checkInfo);
+            checkInfoReady = true;
+        }
+        const bool checking = moveGivesCheck(pos, checkInfo, move);
+
+        // Late-move pruning of quiet moves, killers and the counter move.
+        if (ply > 0 && !pvNode && depth <= LMP_DEPTH && !inCheck && !checking && stage >= STAGE_KILLER1 &&
+            stage != STAGE_BAD_CAPTURES && moveCount >= LMP[improving][depth])
+            continue;
+
         bool legal = inCheck ? (stage == STAGE_EVASIONS || isLegalInCheck(pos, move))
                              : isLegalNotInCheck(pos, ply, move);
         if (!legal) continue;
@@ -355,10 +372,11 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
                 bool otherLegal = inCheck ? (entry->moveStage == STAGE_EVASIONS || isLegalInCheck(pos, other))
                                           : isLegalNotInCheck(pos, ply, other);
                 if (!otherLegal) continue;
+                const bool otherChecks = moveGivesCheck(pos, checkInfo, other);
                 other.order = pos->board[other.from];
                 entry->currentMove = other;
                 makeMove(pos, ply, other);
-                pos->plyState[ply + 1].inCheck = givesCheck(pos) ? 1 : 0;
+                pos->plyState[ply + 1].inCheck = otherChecks ? 1 : 0;
                 int score = searchChild(ply, verifyDepth, singularBeta, singularBeta + 1, pos);
                 unmakeMove(pos, ply, other);
                 if (searchStopped()) return 0;
@@ -370,26 +388,11 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
             entry->moveStage = STAGE_GENERATE_CAPTURES;  // the main loop goes on after the hash move
         }
 
-        entry->currentMove = move;
-        makeMove(pos, ply, move);
-        const bool checking = givesCheck(pos);
-        pos->plyState[ply + 1].inCheck = checking ? 1 : 0;
-
-        // Extensions.
+        // Extensions: singular hash move, checks that do not lose material, strong continuations.
         int newDepth = depth - 1;
-        if (singular) {
+        if (singular || (checking && (move.kind != KIND_NORMAL || seeValue[captured] - seeValue[piece] >= 0 ||
+                                      staticExchange(pos, move) >= 0)))
             newDepth = depth;
-        } else if (checking) {
-            if (move.kind != KIND_NORMAL || seeValue[captured] - seeValue[piece] >= 0) {
-                newDepth = depth;
-            } else {
-                unmakeMove(pos, ply, move);
-                bool safe = staticExchange(pos, move) >= 0;
-                makeMove(pos, ply, move);
-                pos->plyState[ply + 1].inCheck = 1;
-                if (safe) newDepth = depth;
-            }
-        }
         continuationCells cells = {nullptr, nullptr};
         const bool quiet = !captured && !isPromotion(move.kind);
         if (quiet) cells = continuationOf(pos, ply, piece, move.to);
@@ -397,12 +400,9 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
             *cells.counter > CONTINUATION_EXTENSION_HISTORY && *cells.followUp > CONTINUATION_EXTENSION_HISTORY)
             newDepth = depth;
 
-        // Late-move pruning of quiet moves, killers and the counter move.
-        if (ply > 0 && !pvNode && depth <= LMP_DEPTH && !inCheck && !checking && stage >= STAGE_KILLER1 &&
-            stage != STAGE_BAD_CAPTURES && moveCount >= LMP[improving][depth]) {
-            unmakeMove(pos, ply, move);
-            continue;
-        }
+        entry->currentMove = move;
+        makeMove(pos, ply, move);
+        pos->plyState[ply + 1].inCheck = checking ? 1 : 0;
 
         int score;
         if (moveCount == 0) {

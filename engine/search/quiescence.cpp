@@ -1,5 +1,6 @@
 // Quiescence search: stand pat, captures that do not lose material, evasions in check, and
 // recaptures only in deep quiescence. Fail-soft; reads the hash table, never writes it.
+#include "engine/movegen/check.h"
 #include "engine/movegen/legal.h"
 #include "engine/movegen/makemove.h"
 #include "engine/search/nodeutil.h"
@@ -96,6 +97,8 @@ int quiescence(unsigned char ply, int qdepth, short alphaIn, short betaIn, posit
     }
 
     bool first = true;
+    checkInfoStruct checkInfo;
+    bool checkInfoReady = false;
     for (; cursor < end; cursor++) {
         bringBestForward(cursor, end);
         moveStruct move = *cursor;
@@ -108,10 +111,15 @@ int quiescence(unsigned char ply, int qdepth, short alphaIn, short betaIn, posit
         if (verifyLegality && !isLegalInCheck(pos, move)) continue;
 
         prefetchBucket(keyAfterMove(pos, ply, move));
+        if (!checkInfoReady) {
+            computeCheckInfo(pos, &checkInfo);
+            checkInfoReady = true;
+        }
+        const bool checking = moveGivesCheck(pos, checkInfo, move);
         move.order = pos->board[move.from];
         entry->currentMove = move;
         makeMove(pos, ply, move);
-        pos->plyState[ply + 1].inCheck = givesCheck(pos) ? 1 : 0;
+        pos->plyState[ply + 1].inCheck = checking ? 1 : 0;
         int score;
         if (first) {
             score = -quiescence(ply + 1, qdepth - 1, static_cast<short>(-beta), static_cast<short>(-alpha), pos);
