@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "engine/board/bitboard.h"
 #include "engine/board/move.h"
@@ -114,6 +115,8 @@ extern const char* const fenLabelPieces;
 // placement and side is accepted). Throws std::invalid_argument / std::out_of_range from
 // std::stoi on a malformed clock field.
 void setPosition(std::string fen, positionStruct* pos);
+// setPosition without copying the text: the same result, no allocation for a well-formed FEN.
+void setPositionView(std::string_view fen, positionStruct* pos);
 // Checks that a FEN can be set without harm; on failure returns false and a reason.
 bool validateFen(const std::string& fen, std::string* reason);
 // The board as a text grid.
