@@ -16,6 +16,8 @@ const char* const fenLabelPieces = "  PpNnBbRrQqKk";
 namespace {
 
 constexpr int MAX_GAME_PLY = 512;
+// Bit c set for the piece codes c that enter the pawn-king key (pawns 2, 3 and kings 12, 13).
+constexpr uint64_t PAWN_KING_CODES = 0x300C;
 
 // The first six fields of a FEN as views into its text. Splits at single blanks (runs of
 // blanks give empty fields) and fills the missing trailing fields: castling "-", en passant
@@ -105,6 +107,12 @@ uint8_t enPassantFromField(const positionStruct* pos, std::string_view field) {
 
 }  // namespace
 
+bool hasOnePiecePerSquare(const positionStruct* pos) {
+    int pieces = 0;
+    for (int code = WHITE_PAWN; code <= BLACK_KING; code++) pieces += popCount(pos->bitboards[code]);
+    return pieces == popCount(occupancy(pos));
+}
+
 bool isSideInCheck(const positionStruct* pos, int side) {
     bitboard kings = pos->bitboards[WHITE_KING + side];
     if (!kings) return false;
@@ -135,20 +143,21 @@ void setPositionView(std::string_view fen, positionStruct* pos) {
     // Placement from a8. Unknown letters count as one empty square; squares that fall off the
     // board are not written. Written without branches on the character (they mispredict on
     // every other square): a character that places nothing writes into the spare entries
-    // board[64] and bitboards[14] instead.
+    // board[64] and bitboards[14] instead. The colour sets are the unions of the piece sets.
     uint8_t board[65] = {};
     bitboard bitboards[15] = {};
     int square = 56;
     for (char c : fields[0]) {
         uint8_t index = static_cast<uint8_t>(c);
         int code = fenCharTable.code[index];
-        bool places = code != EMPTY && static_cast<unsigned>(square) < 64;
-        bitboard bit = squareBit(square & 63);
-        board[places ? square : 64] = static_cast<uint8_t>(code);
-        bitboards[places ? code : 14] |= bit;
-        bitboards[places ? (code & 1) : 14] |= bit;
+        // All ones when the character puts a piece on the board, else 0; the slots below are
+        // picked with it by masking, which compilers do not turn back into a branch.
+        int places = -static_cast<int>((code != EMPTY) & (static_cast<unsigned>(square) < 64));
+        board[64 + ((square - 64) & places)] = static_cast<uint8_t>(code);
+        bitboards[14 + ((code - 14) & places)] |= squareBit(square & 63);
         square += fenCharTable.step[index];
     }
+    for (int code = WHITE_PAWN; code <= BLACK_KING; code++) bitboards[code & 1] |= bitboards[code];
     std::memcpy(pos->board, board, sizeof(pos->board));
     std::memcpy(pos->bitboards, bitboards, sizeof(pos->bitboards));
 
@@ -174,12 +183,25 @@ void setPositionView(std::string_view fen, positionStruct* pos) {
 
     pos->hashKey = hashCodeCastling[rights];
     pos->pawnKingHashKey = 0;
-    for (int code = WHITE_PAWN; code <= BLACK_KING; code++) {
-        bitboard pieces = pos->bitboards[code];
-        while (pieces) {
-            int sq = popLowestSquare(pieces);
-            pos->hashKey ^= hashCodePiece[code][sq];
-            if (typeOf(code) == PAWN || typeOf(code) == KING) pos->pawnKingHashKey ^= hashCodePiece[code][sq];
+    if (hasOnePiecePerSquare(pos)) {
+        // One pass over the occupied squares, each piece read from the board: a single loop
+        // exit to predict instead of twelve.
+        bitboard occupied = occupancy(pos);
+        while (occupied) {
+            int sq = popLowestSquare(occupied);
+            int code = pos->board[sq];
+            uint64_t key = hashCodePiece[code][sq];
+            pos->hashKey ^= key;
+            pos->pawnKingHashKey ^= key & -((PAWN_KING_CODES >> code) & 1);
+        }
+    } else {
+        for (int code = WHITE_PAWN; code <= BLACK_KING; code++) {
+            bitboard pieces = pos->bitboards[code];
+            while (pieces) {
+                int sq = popLowestSquare(pieces);
+                pos->hashKey ^= hashCodePiece[code][sq];
+                if (typeOf(code) == PAWN || typeOf(code) == KING) pos->pawnKingHashKey ^= hashCodePiece[code][sq];
+            }
         }
     }
     if (enPassant) pos->hashKey ^= hashCodeEnpassant[enPassant & 7];

@@ -121,6 +121,9 @@ void setPositionView(std::string_view fen, positionStruct* pos);
 bool validateFen(const std::string& fen, std::string* reason);
 // The board as a text grid.
 std::string boardToString(positionStruct* pos);
+// Whether no square is in two piece sets, so that the board names every piece of the sets.
+// Only a FEN that places two pieces on one square breaks this.
+bool hasOnePiecePerSquare(const positionStruct* pos);
 // Whether the king of `side` is attacked.
 bool isSideInCheck(const positionStruct* pos, int side);
 
