@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "engine/board/bitboard.h"
 #include "engine/board/move.h"
@@ -114,10 +115,15 @@ extern const char* const fenLabelPieces;
 // placement and side is accepted). Throws std::invalid_argument / std::out_of_range from
 // std::stoi on a malformed clock field.
 void setPosition(std::string fen, positionStruct* pos);
+// setPosition without copying the text: the same result, no allocation for a well-formed FEN.
+void setPositionView(std::string_view fen, positionStruct* pos);
 // Checks that a FEN can be set without harm; on failure returns false and a reason.
 bool validateFen(const std::string& fen, std::string* reason);
 // The board as a text grid.
 std::string boardToString(positionStruct* pos);
+// Whether no square is in two piece sets, so that the board names every piece of the sets.
+// Only a FEN that places two pieces on one square breaks this.
+bool hasOnePiecePerSquare(const positionStruct* pos);
 // Whether the king of `side` is attacked.
 bool isSideInCheck(const positionStruct* pos, int side);
 
