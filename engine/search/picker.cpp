@@ -146,39 +146,35 @@ moveStruct nextMove(positionStruct* pos, int ply) {
                 const moveStruct killer1 = (entry->flag & HANDED_OUT_KILLER1) ? entry->killer1 : EMPTYMOVE;
                 const moveStruct killer2 = (entry->flag & HANDED_OUT_KILLER2) ? entry->killer2 : EMPTYMOVE;
                 const moveStruct counter = (entry->flag & HANDED_OUT_COUNTER) ? entry->counterMove : EMPTYMOVE;
-                for (moveStruct* m = entry->captureEnd; m < end;) {
+                // Score every quiet move once and sort them by score, highest first (stable, so
+                // equal scores keep the generation order).
+                moveStruct* first = entry->captureEnd;
+                for (moveStruct* m = first; m < end;) {
                     if (sameMove(*m, entry->hashMove) || sameMove(*m, killer1) || sameMove(*m, killer2) ||
                         sameMove(*m, counter)) {
                         *m = *--end;
                         continue;
                     }
-                    scores[m - base] = quietScore(pos, ply, *m);
+                    int32_t score = quietScore(pos, ply, *m);
+                    moveStruct move = *m;
+                    moveStruct* slot = m;
+                    for (; slot > first && scores[slot - 1 - base] < score; slot--) {
+                        *slot = *(slot - 1);
+                        scores[slot - base] = scores[slot - 1 - base];
+                    }
+                    *slot = move;
+                    scores[slot - base] = score;
                     m++;
                 }
                 entry->moveListEnd = end;
                 pos->plyState[ply + 1].moveList = end;
-                entry->cursor = entry->captureEnd;
+                entry->cursor = first;
                 break;
             }
 
-            case STAGE_QUIETS: {
-                moveStruct* cursor = entry->cursor;
-                moveStruct* end = entry->moveListEnd;
-                if (cursor >= end) return EMPTYMOVE;
-                int32_t* scores = pos->search->quietScores;
-                const moveStruct* base = pos->search->moveBuffer;
-                moveStruct* best = cursor;
-                for (moveStruct* m = cursor + 1; m < end; m++)
-                    if (scores[m - base] > scores[best - base]) best = m;
-                moveStruct chosen = *best;
-                int32_t chosenScore = scores[best - base];
-                *best = *cursor;
-                scores[best - base] = scores[cursor - base];
-                *cursor = chosen;
-                scores[cursor - base] = chosenScore;
-                entry->cursor = cursor + 1;
-                return chosen;
-            }
+            case STAGE_QUIETS:
+                if (entry->cursor >= entry->moveListEnd) return EMPTYMOVE;
+                return *entry->cursor++;
 
             case STAGE_EVASIONS: {
                 moveStruct* m = pickBestOrder(entry->cursor, entry->captureEnd);
