@@ -43,7 +43,9 @@ TEST(Perft, DepthZeroIsOneNode) {
 
 // Runs the self-check on a file with the given lines and returns its printed output.
 std::string runSelfCheck(const std::string& content, bool* result, uint64_t* mask = nullptr) {
-    std::string path = testing::TempDir() + "vorix_perft_selfcheck.txt";
+    // One file per test: ctest runs the tests of this file in parallel processes.
+    std::string path = testing::TempDir() + "vorix_perft_" +
+                       testing::UnitTest::GetInstance()->current_test_info()->name() + ".txt";
     std::ofstream(path) << content;
     initTables();
     testing::internal::CaptureStdout();
