@@ -114,29 +114,17 @@ uint64_t countLegalNotInCheck(int ply, positionStruct* pos) {
 uint64_t perft(int ply, int depth, positionStruct* pos) {
     if (depth < 1) return 1;
     plyStateStruct* entry = &pos->plyState[ply];
-    entry->inCheck = isSideInCheck(pos, pos->sideToMove) ? 1 : 0;
     moveStruct* list = entry->moveList;
     if (depth == 1) {
         // Bulk counting: evasions are legal as generated.
+        entry->inCheck = isSideInCheck(pos, pos->sideToMove) ? 1 : 0;
         if (entry->inCheck) {
             generateMovesCaptures(ply, list, pos);
             return static_cast<uint64_t>(entry->moveListEnd - list);
         }
         return pos->sideToMove == WHITE ? countLegalNotInCheck<WHITE>(ply, pos) : countLegalNotInCheck<BLACK>(ply, pos);
     }
-    generateMovesCaptures(ply, list, pos);
-    if (!entry->inCheck) {
-        generateMovesQuiets(ply, entry->moveListEnd, pos);
-        moveStruct* end = entry->moveListEnd;
-        for (moveStruct* m = list; m < end;) {
-            if (isLegalNotInCheck(pos, ply, *m))
-                m++;
-            else
-                *m = *--end;
-        }
-        entry->moveListEnd = end;
-        pos->plyState[ply + 1].moveList = end;
-    }
+    generateMovesLegal(ply, list, pos);
     uint64_t nodes = 0;
     for (moveStruct* m = list; m < entry->moveListEnd; m++) {
         makeMove(pos, ply, *m);
