@@ -83,6 +83,11 @@ class Engine:
             got = [self.next_line(STARTUP_TIMEOUT).text for _ in BANNER]
             if got != BANNER:
                 self.fail("unexpected banner %r" % got)
+            # The banner comes before the tables are built: wait until commands are served, so
+            # that reply times measured later do not include the start-up.
+            early = self.sync(STARTUP_TIMEOUT)
+            if early:
+                self.fail("unexpected output after the banner %r" % early)
         for name, value in (options or {}).items():
             self.set_option(name, value)
 
@@ -199,6 +204,11 @@ class Engine:
         "isready")."""
         self.send(line)
         return self.sync(timeout)
+
+    def new_game(self, timeout=REPLY_TIMEOUT):
+        """Sends "ucinewgame", which answers "readyok" like "isready"."""
+        self.send("ucinewgame")
+        self.expect_next("readyok", timeout)
 
     def set_option(self, name, value):
         replies = self.command("setoption name %s value %s" % (name, value))
