@@ -96,7 +96,10 @@ class Engine:
     def _read_stdout(self):
         stream = self.proc.stdout
         while True:
-            raw = stream.readline()
+            try:
+                raw = stream.readline()
+            except (OSError, ValueError):
+                raw = b""
             if not raw:
                 break
             text = raw.decode("utf-8", "replace").rstrip("\n")
@@ -106,7 +109,10 @@ class Engine:
 
     def _read_stderr(self):
         while True:
-            chunk = self.proc.stderr.read(4096)
+            try:
+                chunk = self.proc.stderr.read(4096)
+            except (OSError, ValueError):
+                chunk = b""
             if not chunk:
                 break
             self.stderr_chunks.append(chunk)
@@ -266,6 +272,8 @@ class Engine:
                 pass
             if self._exit_code(10.0) is None:
                 self.kill()
+        self._reader.join(5)
+        self._err_reader.join(5)
         for stream in (self.proc.stdin, self.proc.stdout, self.proc.stderr):
             try:
                 stream.close()
