@@ -5,7 +5,7 @@ Every "go" must get exactly one "bestmove", every "isready" (and "ucinewgame") e
 on "quit".
 
 Environment:
-  VORIX_STRESS_ITERATIONS  number of random commands (default 3000)
+  VORIX_STRESS_ITERATIONS  number of random commands (default 3000, 400 for a sanitizer build)
   VORIX_STRESS_SEED        seed of the random sequence (default: a fresh one, printed)
   VORIX_ENGINE_OPTIONS     engine options set at start, e.g. "Threads=4;Hash=16"; when Threads is
                            given the run keeps that thread count between searches
@@ -345,7 +345,8 @@ class Stress(unittest.TestCase):
     maxDiff = None
 
     def test_random_interleavings(self):
-        iterations = int(os.environ.get("VORIX_STRESS_ITERATIONS", "3000"))
+        default = "400" if uci_driver.is_instrumented() else "3000"
+        iterations = int(os.environ.get("VORIX_STRESS_ITERATIONS", default))
         seed = int(os.environ.get("VORIX_STRESS_SEED", str(random.SystemRandom().randrange(1 << 32))))
         options = uci_driver.env_options()
         print("\nstress: seed %d, %d iterations, options %r (rerun with VORIX_STRESS_SEED=%d)"
