@@ -287,8 +287,9 @@ class Session:
                 self.fail("illegal best move %r in %r" % (moves, position))
             self.owed_info_string -= 1
         self.legal_checks = []
-        if self.position is not None:
-            self.send("position " + self.position)
+        if self.position is None:
+            self.position = "startpos"  # the checks left some other position set
+        self.send("position " + self.position)
 
     # --- the run -----------------------------------------------------------------------------
 
