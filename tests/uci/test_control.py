@@ -119,6 +119,23 @@ class SearchControl(unittest.TestCase):
         for line in ["stop", "ponderhit", "stop", "ponderhit"]:
             self.assertEqual(self.engine.command(line), [])
 
+    def test_immediate_stop_still_gives_a_legal_move(self):
+        # A search stopped before its first iteration ends must still name a real move.
+        for threads in (1, 3):
+            self.engine.command("setoption name Threads value %d" % threads)
+            for position in ["startpos", "startpos moves e2e4 c7c5 g1f3", "fen 4k3/P7/8/8/8/8/8/4K3 w - - 0 1"]:
+                with self.subTest(threads=threads, position=position):
+                    self.engine.command("position " + position)
+                    self.engine.send("go infinite")
+                    self.engine.send("stop")
+                    line = self.engine.expect("bestmove.*", 10 * self.scale).text
+                    best = BESTMOVE.fullmatch(line)
+                    self.assertIsNotNone(best, line)
+                    self.assertNotEqual(best.group(1), "0000")
+                    moves = " ".join(m for m in best.groups() if m)
+                    keyword = " " if " moves " in position else " moves "
+                    self.assertEqual(self.engine.command("position " + position + keyword + moves), [])
+
     def test_repeated_stops_give_one_bestmove(self):
         self.engine.send("go infinite")
         self.engine.lines_for(0.2)

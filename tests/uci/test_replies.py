@@ -136,6 +136,22 @@ class Replies(unittest.TestCase):
             with self.subTest(line=line):
                 self.assertEqual(self.engine.command(line), [])
 
+    def test_carriage_returns_and_tabs_separate_words(self):
+        # Lines from a Windows GUI end in "\r\n"; tabs and runs of blanks separate words.
+        self.engine.send("isready\r")
+        self.engine.expect_next("readyok")
+        self.assertEqual(self.engine.command("setoption name Hash value 2\r"),
+                         ["info string Size of Hashtable set to : 2"])
+        self.assertEqual(self.engine.command("setoption name SyzygyPath value <empty>\r"),
+                         ["info string Syzygy tablebases used from directory : <empty>"])
+        self.assertEqual(self.engine.command("position\tstartpos  moves\te2e4 \r"), [])
+        self.assertEqual(self.engine.command("showboard\r"), AFTER_E4_GRID)
+        self.assertEqual(self.engine.command("position fen rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR\tw KQkq -  0 1\r"),
+                         [])
+        self.assertEqual(self.engine.command("showboard"), START_GRID)
+        self.assertEqual(self.engine.command("\r"), [])
+        self.assertEqual(self.engine.command("evil\r"), [])
+
     def test_help_text(self):
         self.assertEqual(self.engine.command("help"), HELP_REPLY)
 
