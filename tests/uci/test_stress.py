@@ -13,7 +13,6 @@ Environment:
 
 import os
 import random
-import re
 import sys
 import time
 import unittest
@@ -39,9 +38,6 @@ BAD_POSITIONS = [
     "position startpos moves e2e4 e2e4",
     "position startpos moves e2e4 e7e5 zz",
 ]
-
-OPTIONS_REPLY = re.compile(r"info string .*")
-
 
 class StressFailure(AssertionError):
     pass

@@ -60,8 +60,6 @@ def _matcher(pattern):
 class Engine:
     """One engine process. `path` defaults to the binary named on the command line."""
 
-    time_scale = None  # set by `configure`
-
     def __init__(self, path=None, args=(), banner=True, options=None):
         self.path = path or engine_path()
         self.args = list(args)
@@ -226,12 +224,6 @@ class Engine:
         """Sends a "go" line and returns the texts up to and including "bestmove"."""
         self.send(go)
         return [l.text for l in self.read_until(r"bestmove .*", timeout)]
-
-    def board(self):
-        """The "showboard" grid as a list of 17 lines."""
-        self.send("showboard")
-        grid = [self.next_line().text for _ in range(17)]
-        return grid
 
     # --- ending ------------------------------------------------------------------------------
 
