@@ -205,7 +205,10 @@ void worker::searchRoot() {
             if (stability > 2.0) stability = 2.0;
         }
         if (engine.depth > 0 && depth >= engine.depth) break;
-        if (engine.mate > 0 && pos->rootScore > MATE_THRESHOLD && mateInMoves(pos->rootScore) <= engine.mate) break;
+        // A mate limit ends the search once the mate has been reported.
+        if (engine.mate > 0 && pos->rootScore > MATE_THRESHOLD && isMateWithin(pos->rootScore, depth) &&
+            mateInMoves(pos->rootScore) <= engine.mate)
+            break;
         if (!engine.infinite.load(std::memory_order_relaxed) && !engine.noTimeLimit &&
             searchElapsedMs() * engine.timeScale > engine.softTime * stability) {
             theWorkForce.bossFinished.store(true, std::memory_order_relaxed);

@@ -27,6 +27,8 @@ constexpr size_t HUGE_PAGE_BYTES = size_t(2) << 20;
 // Maps a zeroed block aligned to 2 MB and asks for transparent huge pages, which makes the
 // first touch of a large table many times cheaper.
 bucketStruct* mapTable(uint64_t bytes, size_t* mapped) {
+    // Whole huge pages, so that the unused head and tail of the mapping can be returned.
+    bytes = (bytes + HUGE_PAGE_BYTES - 1) & ~static_cast<uint64_t>(HUGE_PAGE_BYTES - 1);
     if (bytes > static_cast<uint64_t>(SIZE_MAX) - HUGE_PAGE_BYTES) return nullptr;
     size_t size = static_cast<size_t>(bytes) + HUGE_PAGE_BYTES;
     void* raw = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -73,18 +75,19 @@ bool resizeHashTable(int megabytes) {
 }
 
 void clearHashTableMT() {
-    // At least two threads: the first touch of fresh pages is far cheaper shared out.
+    // At least two threads: the first touch of fresh pages is far cheaper shared out. A small
+    // table is cleared on the calling thread, which is quicker than starting threads.
+    constexpr uint64_t SMALL_TABLE_BUCKETS = uint64_t(32) << 14;  // 32 MB
     uint64_t n = engine.nofThreads < 2 ? 2 : static_cast<uint64_t>(engine.nofThreads);
+    if (hashKeyMask + 1 <= SMALL_TABLE_BUCKETS) n = 1;
     uint64_t share = (hashKeyMask + 1) / n;
+    auto clearPart = [](uint64_t first, uint64_t count) {
+        std::memset(static_cast<void*>(hashTable + first), 0, static_cast<size_t>(count) * sizeof(bucketStruct));
+    };
     std::vector<std::thread> threads;
-    for (uint64_t i = 0; i < n; i++) {
-        uint64_t first = i * share;
-        // The last thread also clears the remainder and the spare bucket.
-        uint64_t count = i + 1 < n ? share : hashKeyMask + 2 - (n - 1) * share;
-        threads.emplace_back([first, count]() {
-            std::memset(static_cast<void*>(hashTable + first), 0, static_cast<size_t>(count) * sizeof(bucketStruct));
-        });
-    }
+    for (uint64_t i = 0; i + 1 < n; i++) threads.emplace_back(clearPart, i * share, share);
+    // The calling thread takes the last part: the remainder and the spare bucket.
+    clearPart((n - 1) * share, hashKeyMask + 2 - (n - 1) * share);
     for (std::thread& t : threads) t.join();
     hashHartBeat = 0;
 }

@@ -111,6 +111,10 @@ void workForce::setNofWorkers(int n) {
 bool isSearching() {
     if (theWorkForce.workers.empty()) return false;
     worker* leader = theWorkForce.workers[0];
+    if (theWorkForce.searchReported.load(std::memory_order_acquire)) {
+        leader->waitToTakeABreak();
+        return false;
+    }
     std::lock_guard<std::mutex> lock(leader->officeMutex);
     return leader->hasWork;
 }
@@ -126,6 +130,7 @@ void startSearch() {
     theWorkForce.stopSearch.store(false, std::memory_order_relaxed);
     theWorkForce.bossFinished.store(false, std::memory_order_relaxed);
     theWorkForce.searchShared.store(0, std::memory_order_relaxed);
+    theWorkForce.searchReported.store(false, std::memory_order_relaxed);
     for (worker* w : theWorkForce.workers) w->prepareSearch(GPSData);
     leader->wake();
 }
@@ -196,5 +201,6 @@ void boss::searchRoot() {
     else if (!isEmptyMove(best) && sameMove(best, rememberedBest))
         ponder = rememberedPonder;
     if (!isEmptyMove(ponder)) line += " ponder " + moveToLA(&ponder, result->sideToMove ^ 1);
+    theWorkForce.searchReported.store(true, std::memory_order_release);
     say(line);
 }

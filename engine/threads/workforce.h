@@ -77,6 +77,8 @@ public:
     std::atomic<bool> ponderSearch{false};
     std::atomic<bool> bossFinished{false};
     std::atomic<uint32_t> searchShared{0};
+    // Set just before "bestmove" is printed: from then on the search only winds down.
+    std::atomic<bool> searchReported{true};
     uint64_t tbHitsTotal = 0;
 };
 
@@ -87,7 +89,8 @@ inline void stopTheSearch() { theWorkForce.stopSearch.store(true, std::memory_or
 
 // Starts a search of GPSData with the limits now in `engine` (waits for the previous search).
 void startSearch();
-// Whether a search is running (the boss has not gone idle yet).
+// Whether a search is running. A search that has printed "bestmove" is waited for, so that a
+// command sent right after "bestmove" is never refused.
 bool isSearching();
 // Zeroes the histories of every search thread.
 void clearAllHistories();

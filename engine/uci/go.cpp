@@ -116,15 +116,22 @@ void allocateTime(int s) {
         long long cap = remaining < hardTime ? remaining : hardTime;
         hardTime = softTime + 1 > cap ? softTime + 1 : cap;
     }
+    // Never plan past the clock: with a large overhead the floor of softTime + 1 could exceed
+    // the time left.
+    if (engine.movetime == 0 && hardTime > remaining) {
+        hardTime = remaining > 1 ? remaining : 1;
+        if (softTime >= hardTime) softTime = hardTime > 1 ? hardTime - 1 : 1;
+    }
     engine.softTime = static_cast<int32_t>(softTime > INT_MAX ? INT_MAX : (softTime < 1 ? 1 : softTime));
     engine.hardTime = static_cast<int32_t>(hardTime > INT_MAX ? INT_MAX : (hardTime < 1 ? 1 : hardTime));
 }
 
 void finishPreviousSearch() {
     if (theWorkForce.workers.empty()) return;
-    // A search that would hold its result until "stop" is stopped rather than waited for.
+    // A search without a time limit (infinite, ponder, or a depth, node or mate limit alone)
+    // is stopped rather than waited for: it might never end by itself.
     if (isSearching() && (engine.infinite.load(std::memory_order_relaxed) ||
-                          theWorkForce.ponderSearch.load(std::memory_order_relaxed)))
+                          theWorkForce.ponderSearch.load(std::memory_order_relaxed) || engine.noTimeLimit))
         stopTheSearch();
     theWorkForce.workers[0]->waitToTakeABreak();
 }

