@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE ?= cmake
 SHARED ?= $(abspath ../shared)
 
-.PHONY: all build run test unit protocol bench texel-bench debug sanitize tsan arm arm-test fuzz format perft-bench nps-bench clean help
+.PHONY: all build run test bench texel-bench tb-bench smp-bench debug sanitize tsan arm arm-test fuzz format perft-bench nps-bench clean help
 
 all: build
 
@@ -22,6 +22,12 @@ bench: build
 
 texel-bench: build
 	./build/tests/texel_bench
+
+tb-bench: build
+	./build/tests/fathom_bench
+
+smp-bench: build
+	python3 scripts/smp_bench.py ./build/vorix
 
 debug:
 	$(CMAKE) -S . -B build-debug -DCMAKE_BUILD_TYPE=Debug -DVORIX_SHARED_DIR=$(SHARED) >/dev/null
@@ -62,4 +68,4 @@ clean:
 	rm -rf build build-debug build-asan build-tsan build-arm build-fuzz
 
 help:
-	@echo "make run | test | bench | texel-bench | debug | sanitize | tsan | arm | arm-test | fuzz | perft-bench | nps-bench | format | clean"
+	@echo "make run | test | bench | texel-bench | tb-bench | smp-bench | debug | sanitize | tsan | arm | arm-test | fuzz | perft-bench | nps-bench | format | clean"
