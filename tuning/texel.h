@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "engine/board/position.h"
+#include "engine/threads/parked.h"
 
 constexpr const char* TEXEL_FILE_NAME = "lichess-good.epd";
 constexpr int NOF_TEXEL_WORKERS = 24;
@@ -71,35 +72,23 @@ void clearTexelParameters();
 
 // A tuning thread: parks on its own mutex and condition variable exactly like a search worker
 // and, when woken, sums the squared errors of its own share of the positions.
-class texelWorker {
+class texelWorker : public parkedThread {
 public:
     explicit texelWorker(int id);
-    virtual ~texelWorker();
-    texelWorker(const texelWorker&) = delete;
-    texelWorker& operator=(const texelWorker&) = delete;
 
     // Sets subsetError to the sum of squared errors over positions.
     virtual void calcTexelPosSubset();
-    // Blocks until this thread is idle.
-    void waitToTakeABreak();
-    // Hands the thread its work: lock, hasWork = true, notify one, unlock.
-    void wake();
 
     int32_t workerId;
     std::vector<texelPosStruct> positions;  // this thread's copy of its share
-    std::mutex officeMutex;
-    std::condition_variable officeCondition;  // used both ways: work arrives / thread idle
-    std::thread officeThread;
-    bool quitWork = false;
-    bool hasWork = true;
     // Written by this thread while it works, read by the tuning loop only after
     // waitToTakeABreak, whose lock orders the two.
     double subsetError = 0.0;
     positionStruct ownPosition;
     positionStruct* position;
 
-private:
-    void atTheOffice();
+protected:
+    void doWork() override { calcTexelPosSubset(); }
 };
 
 class texelWorkForce {

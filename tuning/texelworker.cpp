@@ -1,4 +1,4 @@
-// The tuning threads: their parking protocol, the share-out of the positions and the error of
+// The tuning threads: the share-out of the positions and the error of
 // the material-and-square score against the game results.
 #include <cmath>
 #include <cstring>
@@ -12,37 +12,7 @@ texelWorker::texelWorker(int id) : workerId(id) {
     std::memset(static_cast<void*>(&ownPosition), 0, sizeof(ownPosition));
     position = &ownPosition;
     ownPosition.workerId = id;
-    officeThread = std::thread(&texelWorker::atTheOffice, this);
-    waitToTakeABreak();  // returns once the new thread is parked
-}
-
-texelWorker::~texelWorker() {
-    quitWork = true;  // published by the lock in wake
-    wake();
-    officeThread.join();
-}
-
-void texelWorker::wake() {
-    std::lock_guard<std::mutex> lock(officeMutex);
-    hasWork = true;
-    officeCondition.notify_one();
-}
-
-void texelWorker::waitToTakeABreak() {
-    std::unique_lock<std::mutex> lock(officeMutex);
-    officeCondition.wait(lock, [this] { return !hasWork; });
-}
-
-void texelWorker::atTheOffice() {
-    for (;;) {
-        std::unique_lock<std::mutex> lock(officeMutex);
-        hasWork = false;
-        officeCondition.notify_one();  // releases a waiter in waitToTakeABreak
-        officeCondition.wait(lock, [this] { return hasWork; });
-        if (quitWork) return;
-        lock.unlock();
-        calcTexelPosSubset();
-    }
+    startThread();  // returns once the new thread is parked
 }
 
 void texelWorker::calcTexelPosSubset() {

@@ -34,37 +34,7 @@ worker::worker(int id) : workerId(id) {
     position = &rootPosition;
     rootPosition.search = &searchData;
     rootPosition.workerId = id;
-    officeThread = std::thread(&worker::atTheOffice, this);
-    waitToTakeABreak();  // returns once the new thread is parked
-}
-
-worker::~worker() {
-    quitWork = true;  // published by the lock below
-    wake();
-    officeThread.join();
-}
-
-void worker::wake() {
-    std::lock_guard<std::mutex> lock(officeMutex);
-    hasWork = true;
-    officeCondition.notify_one();
-}
-
-void worker::waitToTakeABreak() {
-    std::unique_lock<std::mutex> lock(officeMutex);
-    officeCondition.wait(lock, [this] { return !hasWork; });
-}
-
-void worker::atTheOffice() {
-    for (;;) {
-        std::unique_lock<std::mutex> lock(officeMutex);
-        hasWork = false;
-        officeCondition.notify_one();  // releases a waiter in waitToTakeABreak
-        officeCondition.wait(lock, [this] { return hasWork; });
-        if (quitWork) return;
-        lock.unlock();
-        searchRoot();
-    }
+    startThread();  // returns once the new thread is parked
 }
 
 void worker::prepareSearch(const positionStruct& game) {

@@ -3,36 +3,22 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 #include "engine/board/position.h"
 #include "engine/search/searchdata.h"
+#include "engine/threads/parked.h"
 
-class worker {
+class worker : public parkedThread {
 public:
     explicit worker(int id);
-    virtual ~worker();
-    worker(const worker&) = delete;
-    worker& operator=(const worker&) = delete;
 
     // One whole iterative-deepening search of rootPosition.
     virtual void searchRoot();
-    // Blocks until this thread is idle.
-    void waitToTakeABreak();
-    // Hands the thread its work: lock, hasWork = true, notify one, unlock.
-    void wake();
 
     searchDataStruct searchData;  // histories and the move buffer, owned by this thread alone
     int32_t workerId;
-    std::mutex officeMutex;
-    std::condition_variable officeCondition;  // used both ways: work arrives / thread idle
-    bool quitWork = false;
-    bool hasWork = true;
-    std::thread officeThread;
     positionStruct rootPosition;
     positionStruct* position;
 
@@ -48,8 +34,8 @@ public:
     // it is idle).
     uint64_t ownNodes() const { return position->nodeCount + position->qNodeCount; }
 
-private:
-    void atTheOffice();
+protected:
+    void doWork() override { searchRoot(); }
 };
 
 class boss : public worker {
