@@ -62,7 +62,7 @@ nps-bench: build
 	python3 scripts/nps_bench.py ./build/vorix
 
 format:
-	clang-format -i $$(git ls-files '*.cpp' '*.h' | grep -v '^fathom/')
+	git ls-files '*.cpp' '*.h' | grep -v '^fathom/' | xargs clang-format -i
 
 clean:
 	rm -rf build build-debug build-asan build-tsan build-arm build-fuzz

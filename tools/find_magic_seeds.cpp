@@ -75,7 +75,7 @@ bool found(int sq, const int d[4][2]) {
 }  // namespace
 
 int main() {
-    const int (*kinds[2])[2] = {bishopDirections, rookDirections};
+    const int(*kinds[2])[2] = {bishopDirections, rookDirections};
     for (int k = 0; k < 2; k++) {
         printf("    {");
         for (int sq = 0; sq < 64; sq++) {

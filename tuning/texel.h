@@ -35,17 +35,17 @@ extern int32_t texelSkippedLines;
 // One registered parameter entry. A group is a run of entries over neighbouring values of one
 // table; its first entry carries what printing needs.
 struct texelParStruct {
-    std::string name;      // progress lines and the printed table's name
-    int32_t* value;        // the evaluation word this entry changes (packed or plain)
-    int32_t count;         // values in the group that starts here
-    int32_t firstIndex;    // index in texelPars of the group's first entry
-    bool packed;           // the group holds mg/eg pairs, printed as X(mg,eg)
-    bool singleEntry;      // one entry per value; otherwise two in a row (mg, then eg)
-    bool pawnRows;         // the first and last 8 values of the table are not registered
-    bool mirrored;         // only files a..d are registered; changes also go to files h..e
-    bool plainHalf;        // the step goes to the whole word (mg half); otherwise to eg
-    int32_t kind;          // 0..12: the text around the group when printed
-    int32_t stepIndex;     // current index into texelIncStep
+    std::string name;    // progress lines and the printed table's name
+    int32_t* value;      // the evaluation word this entry changes (packed or plain)
+    int32_t count;       // values in the group that starts here
+    int32_t firstIndex;  // index in texelPars of the group's first entry
+    bool packed;         // the group holds mg/eg pairs, printed as X(mg,eg)
+    bool singleEntry;    // one entry per value; otherwise two in a row (mg, then eg)
+    bool pawnRows;       // the first and last 8 values of the table are not registered
+    bool mirrored;       // only files a..d are registered; changes also go to files h..e
+    bool plainHalf;      // the step goes to the whole word (mg half); otherwise to eg
+    int32_t kind;        // 0..12: the text around the group when printed
+    int32_t stepIndex;   // current index into texelIncStep
 };
 
 extern std::vector<texelParStruct> texelPars;

@@ -71,10 +71,12 @@ bitboard relevantMask(int square, const int directions[4][2]) {
 // same magics: xorshift64*, restarted for every square from a start value of this table. The
 // start values were picked once by tools/find_magic_seeds.cpp so that the search below needs
 // only a few attempts per square, which keeps start-up fast on small machines.
+// clang-format off
 const uint32_t magicSeeds[2][64] = {
     {169, 2, 35, 1, 5, 1, 39, 245, 141, 71, 14, 1, 17, 13, 1, 2, 14, 9, 32, 323, 3, 646, 68, 51, 12, 19, 97, 4085, 74, 300, 44, 41, 194, 8, 111, 852, 1182, 304, 58, 457, 1, 5, 76, 294, 33, 12, 53, 35, 39, 6, 99, 21, 25, 49, 31, 2, 245, 2, 2, 2, 27, 19, 141, 169},
     {2377, 959, 3892, 2813, 533, 842, 89, 2973, 403, 907, 212, 233, 1262, 627, 128, 581, 749, 838, 412, 443, 4781, 3079, 128, 923, 412, 557, 216, 2221, 29, 7362, 52, 145, 76, 183, 142, 209, 1262, 3038, 965, 581, 388, 851, 212, 443, 3503, 4120, 918, 16, 76, 249, 130, 1568, 377, 627, 1286, 95, 1676, 334, 1302, 4188, 1986, 134, 997, 2526}
 };
+// clang-format on
 uint64_t magicRandomState = 0;
 uint32_t nextMagicRandom() {
     magicRandomState ^= magicRandomState >> 12;

@@ -10,7 +10,7 @@ struct magicStruct {
     void* spare;        // unused by the lookup
     bitboard mask;      // relevant occupancy: the rays without their edge squares
     bitboard magic;
-    uint32_t shift;     // 64 - popcount(mask)
+    uint32_t shift;  // 64 - popcount(mask)
 };
 
 constexpr int BISHOP_TABLE_SIZE = 5248;

@@ -12,9 +12,9 @@ enum moveKind : uint8_t {
     KIND_PROMOTE_BISHOP = 6,  // the mover's colour is added when the move is made
     KIND_PROMOTE_ROOK = 8,
     KIND_PROMOTE_QUEEN = 10,
-    KIND_ENPASSANT = 12,      // `to` is the square of the pawn taken, not the landing square
+    KIND_ENPASSANT = 12,  // `to` is the square of the pawn taken, not the landing square
     KIND_DOUBLE_STEP = 13,
-    KIND_CASTLE_KING = 14,    // `to` is the king's target square
+    KIND_CASTLE_KING = 14,  // `to` is the king's target square
     KIND_CASTLE_QUEEN = 15,
 };
 

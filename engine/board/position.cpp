@@ -284,7 +284,8 @@ bool validateFen(const std::string& fen, std::string* reason) {
         bool digits = !text.empty() && text.size() <= 9;
         for (char c : text) digits = digits && c >= '0' && c <= '9';
         if (!digits) {
-            *reason = std::string(f == 4 ? "the half-move clock" : "the move number") + " is not a number: " + std::string(text);
+            *reason = std::string(f == 4 ? "the half-move clock" : "the move number") +
+                      " is not a number: " + std::string(text);
             return false;
         }
     }

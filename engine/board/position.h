@@ -13,8 +13,18 @@
 // Codes 0 and 1 double as the indices of the white and black occupancy bitboards.
 enum pieceCode : uint8_t {
     EMPTY = 0,
-    WHITE_PAWN = 2, BLACK_PAWN, WHITE_KNIGHT, BLACK_KNIGHT, WHITE_BISHOP, BLACK_BISHOP,
-    WHITE_ROOK, BLACK_ROOK, WHITE_QUEEN, BLACK_QUEEN, WHITE_KING, BLACK_KING,
+    WHITE_PAWN = 2,
+    BLACK_PAWN,
+    WHITE_KNIGHT,
+    BLACK_KNIGHT,
+    WHITE_BISHOP,
+    BLACK_BISHOP,
+    WHITE_ROOK,
+    BLACK_ROOK,
+    WHITE_QUEEN,
+    BLACK_QUEEN,
+    WHITE_KING,
+    BLACK_KING,
 };
 enum pieceType { PAWN = 0, KNIGHT, BISHOP, ROOK, QUEEN, KING };
 constexpr int WHITE = 0;
@@ -50,22 +60,22 @@ struct plyStateStruct {
     uint8_t capturedPiece;      // piece taken by the move that led here
     uint8_t enPassantSquare;    // square of a pawn that has just double-stepped, 0 = none
     uint8_t castlingRights;
-    uint8_t inCheck;            // the side to move is in check
+    uint8_t inCheck;  // the side to move is in check
     uint8_t flag;
-    uint8_t movedPiece;         // piece code of the move that led here (0 after a null move)
-    moveStruct* moveListEnd;    // behind the last move of this ply's list
-    uint64_t notPinned;         // complement of the own pieces pinned to the own king
-    uint64_t hashKey;           // saved
-    uint64_t pawnKingHashKey;   // saved
-    uint16_t halfMoveClock;     // saved
-    int16_t staticEval;         // -32767 when in check
-    uint8_t moveStage;          // move picker stage
+    uint8_t movedPiece;        // piece code of the move that led here (0 after a null move)
+    moveStruct* moveListEnd;   // behind the last move of this ply's list
+    uint64_t notPinned;        // complement of the own pieces pinned to the own king
+    uint64_t hashKey;          // saved
+    uint64_t pawnKingHashKey;  // saved
+    uint16_t halfMoveClock;    // saved
+    int16_t staticEval;        // -32767 when in check
+    uint8_t moveStage;         // move picker stage
     moveStruct hashMove;
     moveStruct killer1;
     moveStruct killer2;
     moveStruct counterMove;
-    moveStruct* cursor;         // move picker: next unread move
-    moveStruct* captureEnd;     // move picker: end of the capture list
+    moveStruct* cursor;      // move picker: next unread move
+    moveStruct* captureEnd;  // move picker: end of the capture list
 };
 
 struct positionStruct {
@@ -82,11 +92,11 @@ struct positionStruct {
     uint64_t nodeCount;
     uint64_t qNodeCount;
     uint64_t tbHits;
-    int16_t pvLength;           // index of the last principal-variation move in plyState
+    int16_t pvLength;  // index of the last principal-variation move in plyState
     int32_t timeCheckCounter;
     uint8_t selDepth;
 
-    uint16_t historyCount;      // valid entries of hashHistory (game ply + 1 after setPosition)
+    uint16_t historyCount;  // valid entries of hashHistory (game ply + 1 after setPosition)
     uint16_t halfMoveClock;
     uint64_t hashHistory[HASH_HISTORY_SIZE];
     plyStateStruct plyState[MAX_PLY + 1];
@@ -96,14 +106,14 @@ struct positionStruct {
     int32_t workerId;
 
     // Root results of the thread's search.
-    moveStruct rootBestMove;    // move that last raised alpha at the root
-    int32_t bestMoveChanges;    // changes of rootBestMove in the current iteration
-    int16_t rootScore;          // score of the last completed iteration
-    int16_t completedDepth;     // depth of the last completed iteration
-    uint8_t iterationDone;      // an iteration result is stored
-    uint8_t pvHasPonder;        // ponderMove is known
-    moveStruct bestMove;        // best move of the last completed iteration
-    moveStruct ponderMove;      // expected reply to bestMove
+    moveStruct rootBestMove;  // move that last raised alpha at the root
+    int32_t bestMoveChanges;  // changes of rootBestMove in the current iteration
+    int16_t rootScore;        // score of the last completed iteration
+    int16_t completedDepth;   // depth of the last completed iteration
+    uint8_t iterationDone;    // an iteration result is stored
+    uint8_t pvHasPonder;      // ponderMove is known
+    moveStruct bestMove;      // best move of the last completed iteration
+    moveStruct ponderMove;    // expected reply to bestMove
 };
 
 extern positionStruct GPSData;

@@ -2,6 +2,7 @@
 // 0x5652495820323131 and frozen here), distributed into the working tables at start-up.
 #include "engine/board/zobrist.h"
 
+// clang-format off
 const uint64_t hashCodeRandomNumber[800] = {
     0x6923d58fa9a3f8c6ULL, 0x5ea2e6c215e879a8ULL, 0x2af7f82e5d7f2b46ULL, 0x32cddd49743985a0ULL,
     0x571458430cb1f7e4ULL, 0x3152b92a4d539eceULL, 0xaa845a6917d14e0fULL, 0x78c8bf803d8e347bULL,
@@ -204,6 +205,7 @@ const uint64_t hashCodeRandomNumber[800] = {
     0x44fa122285ee5535ULL, 0x4189bd08a6dce68cULL, 0x56685868701f7cf7ULL, 0xcf588944d761582bULL,
     0xd4150c17f8731ff1ULL, 0xa103e53c3ec20003ULL, 0x32786ade4fe9286bULL, 0xf9114f0aadd1900bULL,
 };
+// clang-format on
 
 uint64_t hashCodePiece[14][64];
 uint64_t hashCodeCastling[16];

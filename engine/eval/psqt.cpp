@@ -5,6 +5,7 @@
 
 #define S(mg, eg) packScore(mg, eg)
 
+// clang-format off
 int32_t pieceValue[6] = {S(82, 97), S(332, 302), S(361, 305), S(462, 535), S(1031, 978), S(12000, 12000)};
 
 const uint16_t pieceValuePhase[6] = {82, 332, 361, 462, 1031, 12000};
@@ -77,5 +78,6 @@ int32_t pieceSquareScore[6][64] = {
         S(   7, -35), S(  45, -31), S(  21, -20), S( -62,  -9), S( -10, -35), S( -48, -12), S(  27, -31), S(  31, -52),
     },
 };
+// clang-format on
 
 #undef S

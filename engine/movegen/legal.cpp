@@ -6,6 +6,7 @@
 #include "engine/movegen/makemove.h"
 #include "engine/movegen/staged.h"
 
+// clang-format off
 const uint8_t castlingRightsKept[64] = {
     15 & ~CASTLE_WHITE_QUEEN, 15, 15, 15, 15 & ~(CASTLE_WHITE_KING | CASTLE_WHITE_QUEEN), 15, 15, 15 & ~CASTLE_WHITE_KING,
     15, 15, 15, 15, 15, 15, 15, 15,
@@ -16,6 +17,7 @@ const uint8_t castlingRightsKept[64] = {
     15, 15, 15, 15, 15, 15, 15, 15,
     15 & ~CASTLE_BLACK_QUEEN, 15, 15, 15, 15 & ~(CASTLE_BLACK_KING | CASTLE_BLACK_QUEEN), 15, 15, 15 & ~CASTLE_BLACK_KING,
 };
+// clang-format on
 
 bool isLegalNotInCheck(const positionStruct* pos, int ply, moveStruct move) {
     const bitboard* bb = pos->bitboards;
@@ -40,7 +42,8 @@ bool isLegalNotInCheck(const positionStruct* pos, int ply, moveStruct move) {
     if (pos->plyState[ply].notPinned & squareBit(from)) return true;
     occupied = (occupied ^ squareBit(from)) | squareBit(to);
     bitboard remaining = ~squareBit(to);  // a pinner standing on the target is taken
-    return !(bishopAttacks(king, occupied) & diagonal & remaining) && !(rookAttacks(king, occupied) & straight & remaining);
+    return !(bishopAttacks(king, occupied) & diagonal & remaining) &&
+           !(rookAttacks(king, occupied) & straight & remaining);
 }
 
 void generateMovesLegal(int ply, moveStruct* list, positionStruct* pos) {

@@ -52,8 +52,10 @@ inline void makeMove(positionStruct* pos, int ply, moveStruct move) {
     if (captured) {
         pos->material[enemy] -= pieceValue[typeOf(captured)];
         pos->pieceSquareSum[enemy] -= pieceSquareOf(captured, to);
-        if (typeOf(captured) != PAWN) pos->phase -= pieceValuePhase[typeOf(captured)];
-        else pawnKingKey ^= hashCodePiece[captured][to];
+        if (typeOf(captured) != PAWN)
+            pos->phase -= pieceValuePhase[typeOf(captured)];
+        else
+            pawnKingKey ^= hashCodePiece[captured][to];
         pos->bitboards[captured] ^= squareBit(to);
         pos->bitboards[enemy] ^= squareBit(to);
         key ^= hashCodePiece[captured][to];
@@ -152,8 +154,8 @@ inline void unmakeMove(positionStruct* pos, int ply, moveStruct move) {
 // rights; used to prefetch the child's hash bucket before the move is made.
 inline uint64_t keyAfterMove(const positionStruct* pos, int ply, moveStruct move) {
     int piece = pos->board[move.from];
-    uint64_t key = pos->hashKey ^ hashCodeBlackToMove ^ hashCodePiece[piece][move.from] ^ hashCodePiece[piece][move.to] ^
-                   hashCodePiece[pos->board[move.to]][move.to];
+    uint64_t key = pos->hashKey ^ hashCodeBlackToMove ^ hashCodePiece[piece][move.from] ^
+                   hashCodePiece[piece][move.to] ^ hashCodePiece[pos->board[move.to]][move.to];
     int ep = pos->plyState[ply].enPassantSquare;
     if (ep) key ^= hashCodeEnpassant[ep & 7];
     return key;

@@ -42,7 +42,8 @@ uint64_t countLegalNotInCheck(int ply, positionStruct* pos) {
     bitboard west = (side == WHITE ? (pawns & ~FILE_A) << 7 : (pawns & ~FILE_A) >> 9) & bb[enemy];
     bitboard east = (side == WHITE ? (pawns & ~FILE_H) << 9 : (pawns & ~FILE_H) >> 7) & bb[enemy];
     count += popCount(single & ~lastRank) + popCount(doubles) + popCount(west & ~lastRank) + popCount(east & ~lastRank);
-    count += 4 * static_cast<uint64_t>(popCount(single & lastRank) + popCount(west & lastRank) + popCount(east & lastRank));
+    count +=
+        4 * static_cast<uint64_t>(popCount(single & lastRank) + popCount(west & lastRank) + popCount(east & lastRank));
 
     // Knights, bishops, rooks, queens that are not pinned.
     bitboard knights = bb[WHITE_KNIGHT + side] & notPinned;
@@ -144,7 +145,8 @@ void testFenPosition(int depth, const std::string& fen) {
     int64_t ns = std::chrono::duration_cast<std::chrono::nanoseconds>(stop - start).count();
     double seconds = ns / 1e9;
     std::cout << ns << " ns and " << seconds << " in seconds" << std::endl;
-    std::cout << "Perft results for depth: " << depth << "  " << nodes << "  Nodes per sec: " << nodes / seconds << "\n";
+    std::cout << "Perft results for depth: " << depth << "  " << nodes << "  Nodes per sec: " << nodes / seconds
+              << "\n";
 }
 
 bool checkMoveGenWithPerft() { return checkMoveGenWithPerft(VORIX_PERFT_FILE); }
@@ -180,8 +182,8 @@ bool checkMoveGenWithPerft(const std::string& path) {
         int64_t ns = std::chrono::duration_cast<std::chrono::nanoseconds>(stop - start).count();
         bool match = nodes == expected;
         ok = ok && match;
-        std::cout << (match ? 1 : 0) << "; " << fen << "; " << depth << "; " << expected << "; " << nodes << "; "
-                  << ns << "\n";
+        std::cout << (match ? 1 : 0) << "; " << fen << "; " << depth << "; " << expected << "; " << nodes << "; " << ns
+                  << "\n";
         allocateHashBuckets(2097152);  // the self-check leaves a 128 MB table behind, deliberately
     }
     std::cout << "Results of the perft checks is OK: " << (ok ? 1 : 0) << "\n";

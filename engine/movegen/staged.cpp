@@ -310,14 +310,16 @@ bitboard computeNotPinned(const positionStruct* pos) {
 }
 
 void generateMovesEvade(int ply, moveStruct* list, positionStruct* pos) {
-    moveStruct* end = pos->sideToMove == WHITE ? evasionMoves<WHITE>(pos, ply, list) : evasionMoves<BLACK>(pos, ply, list);
+    moveStruct* end =
+        pos->sideToMove == WHITE ? evasionMoves<WHITE>(pos, ply, list) : evasionMoves<BLACK>(pos, ply, list);
     finishList(ply, end, pos);
 }
 
 void generateMovesCaptures(int ply, moveStruct* list, positionStruct* pos) {
     pos->plyState[ply].notPinned = computeNotPinned(pos);
     if (pos->plyState[ply].inCheck) return generateMovesEvade(ply, list, pos);
-    moveStruct* end = pos->sideToMove == WHITE ? captureMoves<WHITE>(pos, ply, list) : captureMoves<BLACK>(pos, ply, list);
+    moveStruct* end =
+        pos->sideToMove == WHITE ? captureMoves<WHITE>(pos, ply, list) : captureMoves<BLACK>(pos, ply, list);
     finishList(ply, end, pos);
 }
 

@@ -9,8 +9,8 @@
 #include "engine/search/search.h"
 #include "engine/search/searchdata.h"
 #include "engine/search/see.h"
-#include "engine/search/tables.h"
 #include "engine/search/tablebase.h"
+#include "engine/search/tables.h"
 #include "engine/search/tt.h"
 #include "engine/threads/workforce.h"
 #include "engine/uci/engine.h"
@@ -117,7 +117,8 @@ moveStruct doNextMoveProbCut(int ply, moveStruct*& cursor, positionStruct* pos, 
 }
 
 // Step 17 bookkeeping: a quiet move caused a cut-off.
-void rewardQuietCutoff(positionStruct* pos, int ply, int depth, moveStruct move, const moveStruct* quiets, int quietCount) {
+void rewardQuietCutoff(positionStruct* pos, int ply, int depth, moveStruct move, const moveStruct* quiets,
+                       int quietCount) {
     searchDataStruct* data = pos->search;
     plyStateStruct* entry = &pos->plyState[ply];
     if (depth <= HISTORY_UPDATE_DEPTH) {
@@ -218,7 +219,8 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     // Step 5. Endgame tablebases, right after a capture or pawn move.
     if (ply > 0 && TB_LARGEST > 0 && pos->halfMoveClock == 0 && entry->castlingRights == 0) {
         int pieces = popCount(occupancy(pos));
-        if (pieces < TB_LARGEST || (pieces == TB_LARGEST && depth >= engine.syzygyProbeDepth.load(std::memory_order_relaxed))) {
+        if (pieces < TB_LARGEST ||
+            (pieces == TB_LARGEST && depth >= engine.syzygyProbeDepth.load(std::memory_order_relaxed))) {
             int wdl = syzygyProbeWDL(ply, pos);
             if (wdl >= 0) {
                 pos->tbHits++;
@@ -348,8 +350,8 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
             stage != STAGE_BAD_CAPTURES && moveCount >= LMP[improving][depth])
             continue;
 
-        bool legal = inCheck ? (stage == STAGE_EVASIONS || isLegalInCheck(pos, move))
-                             : isLegalNotInCheck(pos, ply, move);
+        bool legal =
+            inCheck ? (stage == STAGE_EVASIONS || isLegalInCheck(pos, move)) : isLegalNotInCheck(pos, ply, move);
         if (!legal) continue;
 
         prefetchBucket(keyAfterMove(pos, ply, move));

@@ -41,11 +41,13 @@ inline int32_t quietScore(const positionStruct* pos, int ply, moveStruct move) {
     int32_t score = data->history[piece][move.to];
     const plyStateStruct* previous = ply >= 1 ? &pos->plyState[ply - 1] : nullptr;
     if (previous && previous->currentMove.from != previous->currentMove.to)
-        score += data->counterMoveHistory[pos->plyState[ply].movedPiece - 2][previous->currentMove.to][piece - 2][move.to];
+        score +=
+            data->counterMoveHistory[pos->plyState[ply].movedPiece - 2][previous->currentMove.to][piece - 2][move.to];
     if (ply >= 2) {
         const plyStateStruct* before = &pos->plyState[ply - 2];
         if (before->currentMove.from != before->currentMove.to)
-            score += data->followUpHistory[pos->plyState[ply - 1].movedPiece - 2][before->currentMove.to][piece - 2][move.to];
+            score += data->followUpHistory[pos->plyState[ply - 1].movedPiece - 2][before->currentMove.to][piece - 2]
+                                          [move.to];
     }
     return score;
 }
@@ -64,9 +66,7 @@ moveStruct nextMove(positionStruct* pos, int ply) {
     plyStateStruct* entry = &pos->plyState[ply];
     for (;;) {
         switch (entry->moveStage) {
-            case STAGE_HASH_MOVE:
-                entry->moveStage = STAGE_GENERATE_CAPTURES;
-                return entry->hashMove;
+            case STAGE_HASH_MOVE: entry->moveStage = STAGE_GENERATE_CAPTURES; return entry->hashMove;
 
             case STAGE_GENERATE_CAPTURES:
                 entry->counterMove = EMPTYMOVE;
@@ -184,8 +184,7 @@ moveStruct nextMove(positionStruct* pos, int ply) {
                 return *m;
             }
 
-            default:
-                return EMPTYMOVE;
+            default: return EMPTYMOVE;
         }
     }
 }

@@ -6,7 +6,7 @@
 
 // Stage values; the value stored when a move is handed out tells the search what kind it is.
 enum pickerStage : uint8_t {
-    STAGE_HASH_MOVE = 0,        // the hash move is still to come
+    STAGE_HASH_MOVE = 0,          // the hash move is still to come
     STAGE_GENERATE_CAPTURES = 1,  // also the stage of a handed-out hash move
     STAGE_GOOD_CAPTURES = 2,
     STAGE_CAPTURES_DONE = 3,

@@ -20,10 +20,10 @@ namespace {
 // Aspiration half-widths by thread index mod 16: the initial width, then the widths after the
 // 1st .. 4th failure in one direction.
 const int16_t aspMatrix[16][5] = {
-    {15, 35, 40, 80, 160}, {15, 20, 40, 80, 160}, {11, 19, 31, 49, 76},    {15, 35, 40, 80, 160},
-    {50, 40, 80, 160, 320}, {15, 35, 40, 80, 160}, {29, 32, 68, 124, 200}, {15, 35, 40, 80, 160},
-    {15, 35, 40, 80, 160}, {29, 32, 68, 124, 200}, {15, 35, 40, 80, 160},  {15, 35, 40, 80, 160},
-    {15, 20, 40, 80, 160}, {11, 19, 31, 49, 76},   {50, 40, 80, 160, 320}, {35, 27, 58, 139, 200},
+    {15, 35, 40, 80, 160},  {15, 20, 40, 80, 160},  {11, 19, 31, 49, 76},   {15, 35, 40, 80, 160},
+    {50, 40, 80, 160, 320}, {15, 35, 40, 80, 160},  {29, 32, 68, 124, 200}, {15, 35, 40, 80, 160},
+    {15, 35, 40, 80, 160},  {29, 32, 68, 124, 200}, {15, 35, 40, 80, 160},  {15, 35, 40, 80, 160},
+    {15, 20, 40, 80, 160},  {11, 19, 31, 49, 76},   {50, 40, 80, 160, 320}, {35, 27, 58, 139, 200},
 };
 
 // Helper threads skip depths so that they spread over the iterations.
@@ -54,9 +54,8 @@ int64_t searchElapsedMs() {
 std::string infoScoreLine(int score, int depth, int selDepth, uint64_t nodes, uint64_t tbHits, int64_t timeMs,
                           const std::string& pv) {
     std::ostringstream line;
-    line << "info score cp " << score << " depth " << depth << " seldepth " << selDepth << " nodes " << nodes
-         << " nps " << nodes * 1000 / static_cast<uint64_t>(timeMs) << " time " << timeMs << " tbhits " << tbHits
-         << " pv " << pv;
+    line << "info score cp " << score << " depth " << depth << " seldepth " << selDepth << " nodes " << nodes << " nps "
+         << nodes * 1000 / static_cast<uint64_t>(timeMs) << " time " << timeMs << " tbhits " << tbHits << " pv " << pv;
     return line.str();
 }
 
@@ -187,7 +186,9 @@ void worker::searchRoot() {
                 if (depth >= REPORT_FROM_DEPTH)
                     say(infoScoreLine(score, depth, pos->selDepth, nodes, tbHits, elapsed, PVToString(pos)));
                 if (isMateWithin(score, depth)) {
-                    say("info score mate ", mateInMoves(score), " depth ", depth, " nodes ", nodes, " nps ", nodes * 1000 / static_cast<uint64_t>(elapsed), " time ", elapsed, " tbhits ", tbHits, " pv ", PVToString(pos));
+                    say("info score mate ", mateInMoves(score), " depth ", depth, " nodes ", nodes, " nps ",
+                        nodes * 1000 / static_cast<uint64_t>(elapsed), " time ", elapsed, " tbhits ", tbHits, " pv ",
+                        PVToString(pos));
                 }
             }
         }

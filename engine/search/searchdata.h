@@ -13,8 +13,8 @@ constexpr int MOVE_BUFFER_SIZE = (MAX_PLY + 2) * MAX_MOVES_PER_PLY;
 typedef int16_t continuationTable[12][64][12][64];
 
 struct searchDataStruct {
-    int16_t history[14][64];          // by moving piece code and destination
-    moveStruct counterMoves[14][64];  // by the previous move's piece code and destination
+    int16_t history[14][64];               // by moving piece code and destination
+    moveStruct counterMoves[14][64];       // by the previous move's piece code and destination
     continuationTable counterMoveHistory;  // keyed by the previous ply's move
     continuationTable followUpHistory;     // keyed by the move two plies back
     moveStruct moveBuffer[MOVE_BUFFER_SIZE];

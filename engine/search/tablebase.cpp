@@ -47,16 +47,14 @@ moveStruct syzygyProbeDTZ(const positionStruct* p) {
     pos record = toProberPosition(p, rule50);
     const bitboard* bb = p->bitboards;
     if (popCount(bb[WHITE_KING]) != 1 || popCount(bb[BLACK_KING]) != 1) return EMPTYMOVE;
-    if ((record.white & record.black) ||
-        (record.kings | record.queens | record.rooks | record.bishops | record.knights | record.pawns) !=
-            (record.white | record.black))
+    if ((record.white & record.black) || (record.kings | record.queens | record.rooks | record.bishops |
+                                          record.knights | record.pawns) != (record.white | record.black))
         return EMPTYMOVE;
     if (!is_legal(&record)) return EMPTYMOVE;
 
     int dtz = 0;
     unsigned result = probe_root(&record, &dtz);
-    if (result == 0 || result == TB_RESULT_CHECKMATE_OR_STALEMATE || result == TB_RESULT_FAILED_ROOT)
-        return EMPTYMOVE;
+    if (result == 0 || result == TB_RESULT_CHECKMATE_OR_STALEMATE || result == TB_RESULT_FAILED_ROOT) return EMPTYMOVE;
 
     int r = p->halfMoveClock;
     int wdlClass = dtz > 0 ? (r + dtz < 101 ? 4 : 3) : dtz == 0 ? 2 : (r - dtz > 100 ? 1 : 0);

@@ -104,8 +104,8 @@ void storeHash(uint64_t key, int ply, moveStruct move, int score, int depth, int
             break;
         }
         int slotAge = static_cast<int>(word >> 58);
-        int worth = static_cast<int8_t>(word >> 48) + (((word >> 56) & 3) == BOUND_EXACT ? 1 : 0) -
-                    4 * ((age - slotAge) & 63);
+        int worth =
+            static_cast<int8_t>(word >> 48) + (((word >> 56) & 3) == BOUND_EXACT ? 1 : 0) - 4 * ((age - slotAge) & 63);
         if (slot == 0 || worth < lowestWorth) {
             chosen = slot;
             lowestWorth = worth;

@@ -158,8 +158,8 @@ void boss::searchRoot() {
     if (chosen != this && !isEmptyMove(result->bestMove)) {
         collectPrincipalVariation(result);
         int64_t elapsed = searchElapsedMs();
-        say(infoScoreLine(result->rootScore, result->completedDepth, result->selDepth, nodes,
-                                   theWorkForce.tbHitsTotal, elapsed, PVToString(result)));
+        say(infoScoreLine(result->rootScore, result->completedDepth, result->selDepth, nodes, theWorkForce.tbHitsTotal,
+                          elapsed, PVToString(result)));
     }
 
     moveStruct best = result->bestMove;

@@ -15,8 +15,8 @@
 #include "engine/search/tt.h"
 #include "engine/threads/workforce.h"
 #include "engine/uci/engine.h"
-#include "engine/uci/output.h"
 #include "engine/uci/go.h"
+#include "engine/uci/output.h"
 #include "fathom/tbprobe.h"
 #include "tuning/texel.h"
 
@@ -32,14 +32,19 @@ constexpr int HISTORY_HEADROOM = 2 * MAX_PLY + 8;
 int perftDepth = 6;
 
 void printOptions() {
-    say("id name Vorix 2.211\n", "id author Merrowind\n", "option name Hash type spin default 256 min 1 max 262144\n", "option name Threads type spin default 1 min 1 max 256\n", "option name Ponder type check default false\n", "option name MoveOverhead type spin default 100 min 1 max 60000\n", "option name SyzygyPath type string default <empty>\n", "option name SyzygyProbeDepth type spin default 0 min 0 max 127\n", "uciok");
+    say("id name Vorix 2.211\n", "id author Merrowind\n", "option name Hash type spin default 256 min 1 max 262144\n",
+        "option name Threads type spin default 1 min 1 max 256\n", "option name Ponder type check default false\n",
+        "option name MoveOverhead type spin default 100 min 1 max 60000\n",
+        "option name SyzygyPath type string default <empty>\n",
+        "option name SyzygyProbeDepth type spin default 0 min 0 max 127\n", "uciok");
 }
 
 void printHelp() {
     // The missing quote after stop is part of the text.
     say("supported UCI commands 'uci' 'ucinewgame' 'position' 'go' 'ponderhit' 'stop 'quit' 'setoption' "
-                 "'isready'\n", "other commands 'perft depth', default depth=6, change board with 'position'; 'showboard' shows "
-                 "the current board");
+        "'isready'\n",
+        "other commands 'perft depth', default depth=6, change board with 'position'; 'showboard' shows "
+        "the current board");
 }
 
 bool refuseWhileSearching(const std::string& what) {
@@ -49,7 +54,8 @@ bool refuseWhileSearching(const std::string& what) {
 }
 
 std::string lowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return text;
 }
 

@@ -6,30 +6,30 @@
 #include <string>
 
 struct engineStruct {
-    uint64_t nodes = 0;          // node limit of "go nodes", 0 = none
-    int64_t startTime = 0;       // steady clock, milliseconds, taken when "go" is read
+    uint64_t nodes = 0;     // node limit of "go nodes", 0 = none
+    int64_t startTime = 0;  // steady clock, milliseconds, taken when "go" is read
     float timeScale = 1.0f;
     float timeFactor = 1.37f;
-    int32_t time[2] = {0, 0};    // wtime, btime
-    int32_t inc[2] = {0, 0};     // winc, binc
+    int32_t time[2] = {0, 0};  // wtime, btime
+    int32_t inc[2] = {0, 0};   // winc, binc
     int32_t movestogo = 30;
-    int32_t gamePly = 0;         // plies played in the game, 1024 = unknown
+    int32_t gamePly = 0;  // plies played in the game, 1024 = unknown
     int32_t depth = 0;
     int32_t mate = 0;
     int32_t movetime = 0;
-    int32_t softTime = 0;        // target time for this move, milliseconds
-    int32_t hardTime = 0;        // the search must stop after this, milliseconds
+    int32_t softTime = 0;  // target time for this move, milliseconds
+    int32_t hardTime = 0;  // the search must stop after this, milliseconds
     int32_t moveOverhead = 100;
-    int32_t hashSize = 256;      // megabytes
+    int32_t hashSize = 256;  // megabytes
     int32_t nofThreads = 1;
-    int32_t checkInterval = 4096;  // nodes between two readings of the clock
+    int32_t checkInterval = 4096;              // nodes between two readings of the clock
     std::atomic<int32_t> syzygyProbeDepth{0};  // may change while a search reads it
     // Read by the search threads while the UCI thread may set it, hence atomic.
     std::atomic<bool> infinite{false};
     bool ponderOption = false;
     bool movestogoGiven = false;
-    bool newGame = true;         // the next "go" recomputes timeFactor
-    bool noTimeLimit = false;    // "go" gave a depth, node or mate limit and no clock: no time checks
+    bool newGame = true;       // the next "go" recomputes timeFactor
+    bool noTimeLimit = false;  // "go" gave a depth, node or mate limit and no clock: no time checks
     std::string syzygyPath;
 };
 

@@ -24,7 +24,7 @@ bool parseInt(const std::string& word, int* value) {
         bool negative = word[0] == '-';
         if (!parseUint64(negative ? word.substr(1) : word, &magnitude)) return false;
         v = magnitude > static_cast<unsigned long long>(INT_MAX) + 1 ? static_cast<long long>(INT_MAX) + 1
-                                                                      : static_cast<long long>(magnitude);
+                                                                     : static_cast<long long>(magnitude);
         if (negative) v = -v;
     } else {
         return false;
@@ -159,7 +159,7 @@ void goCommand(std::istringstream& words) {
         } else if (word == "infinite") {
             engine.infinite.store(true, std::memory_order_relaxed);
         } else if (word == "wtime" || word == "btime" || word == "winc" || word == "binc") {
-            target = word == "wtime" ? &engine.time[0]
+            target = word == "wtime"   ? &engine.time[0]
                      : word == "btime" ? &engine.time[1]
                      : word == "winc"  ? &engine.inc[0]
                                        : &engine.inc[1];

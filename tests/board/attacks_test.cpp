@@ -35,7 +35,8 @@ TEST(MagicTables, BlocksHaveTheSizeOfTheirMaskAndFillTheTables) {
     initTables();
     EXPECT_EQ(64 - rookAttackLUT[sq("a1")].shift, 12u);   // 4096 entries
     EXPECT_EQ(64 - bishopAttackLUT[sq("d4")].shift, 9u);  // 512 entries
-    EXPECT_EQ(rookAttackLUT[sq("a1")].mask, squares({"a2", "a3", "a4", "a5", "a6", "a7", "b1", "c1", "d1", "e1", "f1", "g1"}));
+    EXPECT_EQ(rookAttackLUT[sq("a1")].mask,
+              squares({"a2", "a3", "a4", "a5", "a6", "a7", "b1", "c1", "d1", "e1", "f1", "g1"}));
     const magicStruct* luts[2] = {rookAttackLUT, bishopAttackLUT};
     const bitboard* tables[2] = {rookAttackTable, bishopAttackTable};
     const int sizes[2] = {ROOK_TABLE_SIZE, BISHOP_TABLE_SIZE};
@@ -62,8 +63,8 @@ TEST(MagicTables, LookupsEqualARayWalkForAllSquaresAndManyOccupancies) {
     for (int s = 0; s < 64; s++) {
         for (int i = 0; i < 600; i++) {
             bitboard occupied = random();
-            if (i % 3 == 1) occupied &= random();                // sparser
-            if (i % 3 == 2) occupied &= random() & random();     // sparsest
+            if (i % 3 == 1) occupied &= random();             // sparser
+            if (i % 3 == 2) occupied &= random() & random();  // sparsest
             if (i == 0) occupied = 0;
             if (i == 1) occupied = ~0ULL;
             ASSERT_EQ(bishopAttacks(s, occupied), walkRays(s, occupied, true)) << "bishop " << s << " " << occupied;
@@ -105,8 +106,7 @@ TEST(LeaperTables, HoldTheSquaresAttackedFromEdgesAndCentre) {
         {"white passed mask", passedPawnsMask[WHITE], "e8", {}},
         {"black passed mask", passedPawnsMask[BLACK], "e8", {}},
     };
-    for (const tableCase& c : cases)
-        EXPECT_EQ(c.table[sq(c.square)], squares(c.expected)) << c.name << " " << c.square;
+    for (const tableCase& c : cases) EXPECT_EQ(c.table[sq(c.square)], squares(c.expected)) << c.name << " " << c.square;
 }
 
 TEST(InBetweenSquares, HoldsTheSquaresStrictlyBetweenAlignedSquares) {
@@ -143,8 +143,8 @@ TEST(LateMoveReductions, FollowTheRootOfDepthTimesMoveNumber) {
     const struct {
         int depth, moveNumber, reduction;
     } cases[] = {
-        {10, 20, 4}, {127, 255, 54}, {0, 3, 1}, {1, 3, 1}, {127, 3, 1}, {127, 2, 0}, {127, 0, 0},
-        {1, 4, 0},   {11, 4, 1},     {6, 4, 1},  {5, 4, 0}, {20, 57, 10}, {64, 130, 27}, {3, 255, 8},
+        {10, 20, 4}, {127, 255, 54}, {0, 3, 1}, {1, 3, 1}, {127, 3, 1},  {127, 2, 0},   {127, 0, 0},
+        {1, 4, 0},   {11, 4, 1},     {6, 4, 1}, {5, 4, 0}, {20, 57, 10}, {64, 130, 27}, {3, 255, 8},
     };
     for (const auto& c : cases) EXPECT_EQ(LMR[c.depth][c.moveNumber], c.reduction) << c.depth << " " << c.moveNumber;
     for (int m = 0; m < 256; m++) EXPECT_EQ(LMR[0][m], m == 3 ? 1 : 0) << m;

@@ -13,20 +13,13 @@ TEST(MoveToLA, PrintsSquaresAndPromotionLetters) {
         int side;
         const char* text;
     } cases[] = {
-        {"e2", "e4", KIND_DOUBLE_STEP, 0, "e2e4"},
-        {"g8", "f6", KIND_NORMAL, 1, "g8f6"},
-        {"e5", "d5", KIND_ENPASSANT, 0, "e5d6"},
-        {"d4", "e4", KIND_ENPASSANT, 1, "d4e3"},
-        {"a5", "b5", KIND_ENPASSANT, 0, "a5b6"},
-        {"h4", "g4", KIND_ENPASSANT, 1, "h4g3"},
-        {"e1", "g1", KIND_CASTLE_KING, 0, "e1g1"},
-        {"e8", "c8", KIND_CASTLE_QUEEN, 1, "e8c8"},
-        {"e7", "e8", KIND_PROMOTE_QUEEN, 0, "e7e8q"},
-        {"b7", "a8", KIND_PROMOTE_ROOK, 0, "b7a8r"},
-        {"c2", "c1", KIND_PROMOTE_BISHOP, 1, "c2c1b"},
-        {"a2", "a1", KIND_PROMOTE_KNIGHT, 1, "a2a1n"},
-        {"h7", "h8", KIND_PROMOTE_KNIGHT, 0, "h7h8n"},
-        {"a1", "a1", KIND_NORMAL, 0, "a1a1"},
+        {"e2", "e4", KIND_DOUBLE_STEP, 0, "e2e4"},     {"g8", "f6", KIND_NORMAL, 1, "g8f6"},
+        {"e5", "d5", KIND_ENPASSANT, 0, "e5d6"},       {"d4", "e4", KIND_ENPASSANT, 1, "d4e3"},
+        {"a5", "b5", KIND_ENPASSANT, 0, "a5b6"},       {"h4", "g4", KIND_ENPASSANT, 1, "h4g3"},
+        {"e1", "g1", KIND_CASTLE_KING, 0, "e1g1"},     {"e8", "c8", KIND_CASTLE_QUEEN, 1, "e8c8"},
+        {"e7", "e8", KIND_PROMOTE_QUEEN, 0, "e7e8q"},  {"b7", "a8", KIND_PROMOTE_ROOK, 0, "b7a8r"},
+        {"c2", "c1", KIND_PROMOTE_BISHOP, 1, "c2c1b"}, {"a2", "a1", KIND_PROMOTE_KNIGHT, 1, "a2a1n"},
+        {"h7", "h8", KIND_PROMOTE_KNIGHT, 0, "h7h8n"}, {"a1", "a1", KIND_NORMAL, 0, "a1a1"},
     };
     for (const auto& c : cases) {
         moveStruct m = makeMoveRecord(sq(c.from), sq(c.to), c.kind, 77);

@@ -11,11 +11,11 @@ namespace {
 
 struct setupCase {
     const char* fen;
-    int enPassant;      // stored square of the double-stepped pawn, 0 = none
+    int enPassant;  // stored square of the double-stepped pawn, 0 = none
     int rights;
     int side;
     int clock;
-    int historyCount;   // game ply + 1
+    int historyCount;  // game ply + 1
     int inCheck;
 };
 
@@ -112,29 +112,29 @@ struct validateCase {
 const validateCase validateCases[] = {
     {"rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1", true},
     {"4k3/8/8/8/8/8/8/4K3 w", true},
-    {"4k2x/8/8/8/8/8/8/4K3 w - - 0 1", true},                      // unknown letter: empty square
+    {"4k2x/8/8/8/8/8/8/4K3 w - - 0 1", true},  // unknown letter: empty square
     {"rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq e3 0 1", true},
-    {"4k3/8/8/8/8/8/8/4K2r w - - 0 1", true},                      // side to move in check
-    {"4k3/8/8/8/8/8/8/4K3", false},                                // no side to move
+    {"4k3/8/8/8/8/8/8/4K2r w - - 0 1", true},  // side to move in check
+    {"4k3/8/8/8/8/8/8/4K3", false},            // no side to move
     {"", false},
-    {"4k3/8/8/8/8/8/8/8/4K3 w - - 0 1", false},                    // nine ranks
-    {"4k3/8/8/8/8/8/4K3 w - - 0 1", false},                        // seven ranks
-    {"4k4/8/8/8/8/8/8/4K3 w - - 0 1", false},                      // nine squares in a rank
-    {"4k2/8/8/8/8/8/8/4K3 w - - 0 1", false},                      // seven squares in a rank
-    {"8/8/8/8/8/8/8/4K3 w - - 0 1", false},                        // no black king
-    {"4k3/8/8/8/8/8/8/8 w - - 0 1", false},                        // no white king
+    {"4k3/8/8/8/8/8/8/8/4K3 w - - 0 1", false},  // nine ranks
+    {"4k3/8/8/8/8/8/4K3 w - - 0 1", false},      // seven ranks
+    {"4k4/8/8/8/8/8/8/4K3 w - - 0 1", false},    // nine squares in a rank
+    {"4k2/8/8/8/8/8/8/4K3 w - - 0 1", false},    // seven squares in a rank
+    {"8/8/8/8/8/8/8/4K3 w - - 0 1", false},      // no black king
+    {"4k3/8/8/8/8/8/8/8 w - - 0 1", false},      // no white king
     {"4k3/8/8/8/8/8/8/3KK3 w - - 0 1", false},
     {"4k3/8/8/8/8/8/8/4K3 w - - x 1", false},
     {"4k3/8/8/8/8/8/8/4K3 w - - -1 1", false},
-    {"4k3/8/8/8/8/8/8/4K3 w - e3 0 1", false},                     // wrong rank for the side
+    {"4k3/8/8/8/8/8/8/4K3 w - e3 0 1", false},  // wrong rank for the side
     {"4k3/8/8/8/8/8/8/4K3 w - i6 0 1", false},
     {"4k3/8/8/8/8/8/8/4K3 w - e6e 0 1", false},
-    {"P3k3/8/8/8/8/8/8/4K3 w - - 0 1", false},                     // pawn on the eighth rank
-    {"4k3/8/8/8/8/8/8/p3K3 w - - 0 1", false},                     // pawn on the first rank
-    {"4k3/8/8/8/8/8/8/4K2r b - - 0 1", false},                     // side not to move in check
+    {"P3k3/8/8/8/8/8/8/4K3 w - - 0 1", false},  // pawn on the eighth rank
+    {"4k3/8/8/8/8/8/8/p3K3 w - - 0 1", false},  // pawn on the first rank
+    {"4k3/8/8/8/8/8/8/4K2r b - - 0 1", false},  // side not to move in check
     {"4k3/3P4/8/8/8/8/8/4K3 w - - 0 1", false},
-    {"4k3/pppppppp/p7/8/8/8/8/4K3 w - - 0 1", false},              // nine black pawns
-    {"4k3/8/8/8/8/8/PPPPPPPP/QQ2K3 w - - 0 1", false},             // extra queen needs a ninth pawn
+    {"4k3/pppppppp/p7/8/8/8/8/4K3 w - - 0 1", false},   // nine black pawns
+    {"4k3/8/8/8/8/8/PPPPPPPP/QQ2K3 w - - 0 1", false},  // extra queen needs a ninth pawn
     {"4k3/8/8/8/8/8/PPPPPPP1/QQ2K3 w - - 0 1", true},
 };
 

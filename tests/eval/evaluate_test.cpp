@@ -11,7 +11,8 @@ namespace {
 TEST(PackedScore, SplitsAndAddsWithNegativeHalves) {
     const struct {
         int mg, eg;
-    } cases[] = {{0, 0}, {25, 17}, {-5, -3}, {5, -3}, {-5, 3}, {-32768, 32767}, {32767, -32768}, {-1, -1}, {12000, 12000}};
+    } cases[] = {{0, 0},          {25, 17},        {-5, -3}, {5, -3},       {-5, 3},
+                 {-32768, 32767}, {32767, -32768}, {-1, -1}, {12000, 12000}};
     for (const auto& a : cases) {
         EXPECT_EQ(mgHalf(packScore(a.mg, a.eg)), a.mg) << a.mg << "/" << a.eg;
         EXPECT_EQ(egHalf(packScore(a.mg, a.eg)), a.eg) << a.mg << "/" << a.eg;

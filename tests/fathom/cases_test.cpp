@@ -30,8 +30,8 @@ TEST_P(KnownPositions, WdlAndDtzMatch) {
         checked++;
         if (!ok_wdl || !ok_dtz || wdl != std::stoi(rec[1]) || dtz != std::stoi(rec[2])) {
             if (++failed <= 20)
-                ADD_FAILURE() << rec[0] << ": got wdl " << wdl << " (ok " << ok_wdl << "), dtz " << dtz
-                              << " (ok " << ok_dtz << "), want " << rec[1] << " / " << rec[2];
+                ADD_FAILURE() << rec[0] << ": got wdl " << wdl << " (ok " << ok_wdl << "), dtz " << dtz << " (ok "
+                              << ok_dtz << "), want " << rec[1] << " / " << rec[2];
         }
     }
     EXPECT_GT(checked, 0);

@@ -100,8 +100,10 @@ TEST(RegistryHash, EverySignatureFits) {
         uint8_t counts[2][7] = {}, swapped[2][7] = {};
         int side = 0;
         for (char c : name) {
-            if (c == 'v') side = 1;
-            else counts[side][std::string(" PNBRQK").find(c)]++;
+            if (c == 'v')
+                side = 1;
+            else
+                counts[side][std::string(" PNBRQK").find(c)]++;
         }
         pawnless += counts[0][TB_PAWN] + counts[1][TB_PAWN] == 0;
         for (int t = 0; t < 7; t++) {

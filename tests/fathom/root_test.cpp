@@ -32,9 +32,7 @@ std::string move_text(unsigned from, unsigned to, unsigned promotes) {
     return s;
 }
 
-std::string move_text(unsigned res) {
-    return move_text(tbResultFrom(res), tbResultTo(res), tbResultPromotes(res));
-}
+std::string move_text(unsigned res) { return move_text(tbResultFrom(res), tbResultTo(res), tbResultPromotes(res)); }
 
 struct ListedMove {
     std::string uci;
@@ -111,7 +109,11 @@ TEST_F(RootProbe, EveryMoveValueFollowsFromTheChild) {
             const int wdl = -probe_wdl(&child, &ok_wdl), d = probe_dtz(&child, &ok_dtz);
             const bool zeroing = is_capture(&p, moves[i]) || is_pawn_move(&p, moves[i]);
             const int worth = is_mate(&child) ? 1
-                              : zeroing       ? (wdl == 2 ? 1 : wdl == 1 ? 101 : wdl == -1 ? -101 : wdl == -2 ? -1 : 0)
+                              : zeroing       ? (wdl == 2    ? 1
+                                                 : wdl == 1  ? 101
+                                                 : wdl == -1 ? -101
+                                                 : wdl == -2 ? -1
+                                                             : 0)
                               : d == 0        ? 0
                               : d < 0         ? 1 - d
                                               : -1 - d;
@@ -133,9 +135,16 @@ TEST_F(RootProbe, EveryMoveValueFollowsFromTheChild) {
 // The fifty-move counter moves the chosen move's class exactly at the 100-ply boundary.
 TEST_F(RootProbe, FiftyMoveBoundary) {
     SKIP_WITHOUT_TABLES();
-    const struct { const char* fen; int rule50; unsigned cls; int dtz; } cases[] = {
-        {"7K/8/8/8/8/8/6Q1/k7 w - -", 89, 4, 11},  {"7K/8/8/8/8/8/6Q1/k7 w - -", 90, 3, 11},
-        {"8/8/8/8/r7/2q5/8/3k1K2 w - -", 96, 0, -4}, {"8/8/8/8/r7/2q5/8/3k1K2 w - -", 97, 1, -4},
+    const struct {
+        const char* fen;
+        int rule50;
+        unsigned cls;
+        int dtz;
+    } cases[] = {
+        {"7K/8/8/8/8/8/6Q1/k7 w - -", 89, 4, 11},
+        {"7K/8/8/8/8/8/6Q1/k7 w - -", 90, 3, 11},
+        {"8/8/8/8/r7/2q5/8/3k1K2 w - -", 96, 0, -4},
+        {"8/8/8/8/r7/2q5/8/3k1K2 w - -", 97, 1, -4},
     };
     for (const auto& c : cases) {
         pos p = tbtest::parse_fen(c.fen);

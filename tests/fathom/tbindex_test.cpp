@@ -21,27 +21,33 @@ TEST(IndexTables, CheckValues) {
     const Case cases[] = {
         {TBI.triangle, "a1", 6}, {TBI.triangle, "b1", 0}, {TBI.triangle, "d3", 5}, {TBI.triangle, "d4", 9},
         {TBI.triangle, "h8", 6}, {TBI.triangle, "e5", 9}, {TBI.triangle, "g2", 7}, {TBI.triangle, "c5", 5},
-        {TBI.triangle, "f6", 8}, {TBI.triangle, "b7", 7}, {TBI.lower, "b1", 0},   {TBI.lower, "h1", 6},
-        {TBI.lower, "c2", 7},    {TBI.lower, "h2", 12},   {TBI.lower, "d3", 13},  {TBI.lower, "h7", 27},
-        {TBI.lower, "a8", 6},    {TBI.lower, "b3", 7},    {TBI.lower, "a1", 28},  {TBI.lower, "h8", 35},
-        {TBI.flap, "a2", 0},     {TBI.flap, "h2", 0},     {TBI.flap, "a7", 5},    {TBI.flap, "g3", 7},
-        {TBI.flap, "c4", 14},    {TBI.flap, "f5", 15},    {TBI.flap, "e2", 18},   {TBI.flap, "d7", 23},
-        {TBI.ptwist, "a2", 47},  {TBI.ptwist, "h2", 46},  {TBI.ptwist, "h7", 36}, {TBI.ptwist, "b3", 33},
-        {TBI.ptwist, "g3", 32},  {TBI.ptwist, "f5", 16},  {TBI.ptwist, "e2", 10}, {TBI.ptwist, "e7", 0},
+        {TBI.triangle, "f6", 8}, {TBI.triangle, "b7", 7}, {TBI.lower, "b1", 0},    {TBI.lower, "h1", 6},
+        {TBI.lower, "c2", 7},    {TBI.lower, "h2", 12},   {TBI.lower, "d3", 13},   {TBI.lower, "h7", 27},
+        {TBI.lower, "a8", 6},    {TBI.lower, "b3", 7},    {TBI.lower, "a1", 28},   {TBI.lower, "h8", 35},
+        {TBI.flap, "a2", 0},     {TBI.flap, "h2", 0},     {TBI.flap, "a7", 5},     {TBI.flap, "g3", 7},
+        {TBI.flap, "c4", 14},    {TBI.flap, "f5", 15},    {TBI.flap, "e2", 18},    {TBI.flap, "d7", 23},
+        {TBI.ptwist, "a2", 47},  {TBI.ptwist, "h2", 46},  {TBI.ptwist, "h7", 36},  {TBI.ptwist, "b3", 33},
+        {TBI.ptwist, "g3", 32},  {TBI.ptwist, "f5", 16},  {TBI.ptwist, "e2", 10},  {TBI.ptwist, "e7", 0},
         {TBI.diag, "c3", 2},     {TBI.diag, "h8", 7},
     };
     for (const Case& c : cases) EXPECT_EQ(c.table[sq(c.square)], c.value) << c.square;
 
-    const struct { int row; const char* square; int value; } kk[] = {
-        {0, "d1", 0},   {0, "e1", 1},   {0, "h8", 57},  {1, "a1", 58},  {2, "a1", 116}, {3, "e1", 175},
-        {4, "a1", 229}, {5, "h8", 338}, {6, "c1", 339}, {6, "h7", 365}, {7, "d1", 366}, {8, "b1", 391},
-        {9, "h7", 440}, {6, "c3", 441}, {6, "h8", 446}, {7, "d4", 447}, {8, "e5", 453}, {9, "b2", 458},
-        {9, "h8", 461}, {6, "a2", -1},  {9, "d5", -1},
+    const struct {
+        int row;
+        const char* square;
+        int value;
+    } kk[] = {
+        {0, "d1", 0},   {0, "e1", 1},   {0, "h8", 57},  {1, "a1", 58},  {2, "a1", 116}, {3, "e1", 175}, {4, "a1", 229},
+        {5, "h8", 338}, {6, "c1", 339}, {6, "h7", 365}, {7, "d1", 366}, {8, "b1", 391}, {9, "h7", 440}, {6, "c3", 441},
+        {6, "h8", 446}, {7, "d4", 447}, {8, "e5", 453}, {9, "b2", 458}, {9, "h8", 461}, {6, "a2", -1},  {9, "d5", -1},
     };
     for (const auto& c : kk) EXPECT_EQ(TBI.KK_idx[c.row][sq(c.square)], c.value) << c.row << c.square;
 
-    const uint64_t pfactor[5][4] = {{6, 6, 6, 6},           {252, 180, 108, 36},   {5201, 2645, 953, 125},
-                                    {70315, 25375, 5491, 295}, {700336, 178696, 23176, 496}};
+    const uint64_t pfactor[5][4] = {{6, 6, 6, 6},
+                                    {252, 180, 108, 36},
+                                    {5201, 2645, 953, 125},
+                                    {70315, 25375, 5491, 295},
+                                    {700336, 178696, 23176, 496}};
     for (int t = 0; t < 5; t++)
         for (int f = 0; f < 4; f++) EXPECT_EQ(TBI.pfactor[t][f], pfactor[t][f]) << t << f;
     EXPECT_EQ(TBI.pawnidx[1][1], 47u);
@@ -64,8 +70,10 @@ protected:
         uint8_t counts[2][7] = {};
         int side = 0;
         for (char c : name) {
-            if (c == 'v') side = 1;
-            else counts[side][std::string(" PNBRQK").find(c)]++;
+            if (c == 'v')
+                side = 1;
+            else
+                counts[side][std::string(" PNBRQK").find(c)]++;
         }
         return material_key(counts);
     }
@@ -77,7 +85,11 @@ protected:
 
 TEST_F(MappedTables, WorkedPositionIndices) {
     SKIP_WITHOUT_TABLES();
-    const struct { const char* fen; bool dtz; uint64_t index; } cases[] = {
+    const struct {
+        const char* fen;
+        bool dtz;
+        uint64_t index;
+    } cases[] = {
         {"8/8/8/8/8/5k2/8/2K1Q3 b - -", false, 27036},   {"7k/8/8/8/8/8/1Q6/K7 b - -", false, 31199},
         {"7K/8/8/8/8/8/6Q1/k7 w - -", false, 30559},     {"7K/8/8/8/8/8/6Q1/k7 w - -", true, 30559},
         {"8/8/8/8/2r5/7k/3K4/R7 w - -", false, 1285514}, {"8/8/8/8/2r5/7k/3K4/R7 b - -", false, 1494523},
@@ -100,10 +112,17 @@ TEST_F(MappedTables, WorkedPositionIndices) {
 
 TEST_F(MappedTables, SubTableSizes) {
     SKIP_WITHOUT_TABLES();
-    const struct { const char* name; uint64_t size[4]; } cases[] = {
-        {"KQvK", {31332}},     {"KRvKR", {1911252}},  {"KBNvK", {1911252}},
-        {"KQQvK", {873642}},   {"KPvK", {23436, 23436, 23436, 23436}},
-        {"KQvKP", {1429596, 1429596, 1429596, 1429596}}, {"KPvKP", {1066524, 1066524, 1066524, 1066524}},
+    const struct {
+        const char* name;
+        uint64_t size[4];
+    } cases[] = {
+        {"KQvK", {31332}},
+        {"KRvKR", {1911252}},
+        {"KBNvK", {1911252}},
+        {"KQQvK", {873642}},
+        {"KPvK", {23436, 23436, 23436, 23436}},
+        {"KQvKP", {1429596, 1429596, 1429596, 1429596}},
+        {"KPvKP", {1066524, 1066524, 1066524, 1066524}},
         {"KPPvK", {953064, 680760, 408456, 136152}},
     };
     for (const auto& c : cases) {
@@ -153,7 +172,8 @@ TEST_F(MappedTables, IndexWalksAcrossBlocks) {
                 const PairsData* d = entry_sub(e, f, side)->pairs;
                 if (d->single) continue;
                 std::vector<uint64_t> start(d->num_blocks + 1, 0);
-                for (uint32_t b = 0; b < d->num_blocks; b++) start[b + 1] = start[b] + read_le16(d->sizetable + 2 * b) + 1;
+                for (uint32_t b = 0; b < d->num_blocks; b++)
+                    start[b + 1] = start[b] + read_le16(d->sizetable + 2 * b) + 1;
                 const uint64_t step = uint64_t(1) << d->idxbits;
                 for (uint64_t k = 0; k * step < d->tb_size; k++) {
                     for (int64_t delta = -40; delta < 40; delta++) {

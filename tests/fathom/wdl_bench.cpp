@@ -28,7 +28,8 @@ int main(int argc, char** argv) {
         }
         if (materials.empty()) continue;
         std::vector<pos> positions;
-        for (int i = 0; i < 200000; i++) positions.push_back(tbtest::random_position(materials[i % materials.size()], rng() & 1, rng));
+        for (int i = 0; i < 200000; i++)
+            positions.push_back(tbtest::random_position(materials[i % materials.size()], rng() & 1, rng));
         int failed = 0, ok = 0;
         for (const pos& p : positions) {  // maps every table before timing
             probe_wdl(&p, &ok);

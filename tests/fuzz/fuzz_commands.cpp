@@ -62,8 +62,8 @@ bool integerText(const std::string& w, long long* value) {
 }
 
 bool isGoKeyword(const std::string& w) {
-    static const char* const keys[] = {"ponder", "infinite", "wtime",    "btime", "winc", "binc",
-                                       "movestogo", "depth", "nodes", "mate", "movetime"};
+    static const char* const keys[] = {"ponder",    "infinite", "wtime", "btime", "winc",    "binc",
+                                       "movestogo", "depth",    "nodes", "mate",  "movetime"};
     for (const char* k : keys)
         if (w == k) return true;
     return false;
@@ -76,8 +76,8 @@ std::string boundedGo(const std::vector<std::string>& w) {
         const std::string& k = w[i];
         if (k == "ponder" || k == "infinite") {
             out.push_back(k);
-        } else if (k == "wtime" || k == "btime" || k == "winc" || k == "binc" || k == "movestogo" ||
-                   k == "movetime" || k == "mate" || k == "nodes") {
+        } else if (k == "wtime" || k == "btime" || k == "winc" || k == "binc" || k == "movestogo" || k == "movetime" ||
+                   k == "mate" || k == "nodes") {
             if (i + 1 < w.size() && !isGoKeyword(w[i + 1])) {
                 out.push_back(k);
                 out.push_back(w[++i]);

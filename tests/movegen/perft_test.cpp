@@ -44,8 +44,8 @@ TEST(Perft, DepthZeroIsOneNode) {
 // Runs the self-check on a file with the given lines and returns its printed output.
 std::string runSelfCheck(const std::string& content, bool* result, uint64_t* mask = nullptr) {
     // One file per test: ctest runs the tests of this file in parallel processes.
-    std::string path = testing::TempDir() + "vorix_perft_" +
-                       testing::UnitTest::GetInstance()->current_test_info()->name() + ".txt";
+    std::string path =
+        testing::TempDir() + "vorix_perft_" + testing::UnitTest::GetInstance()->current_test_info()->name() + ".txt";
     std::ofstream(path) << content;
     initTables();
     testing::internal::CaptureStdout();
@@ -84,8 +84,7 @@ TEST(PerftSelfCheck, MissingFileSkipsTheCheck) {
     bool ok = checkMoveGenWithPerft(testing::TempDir() + "no_such_perft_file.txt");
     std::string output = testing::internal::GetCapturedStdout();
     EXPECT_FALSE(ok);
-    EXPECT_EQ(output,
-              "There seems to be a problem with the perftFile. check of the move generator not executed\n");
+    EXPECT_EQ(output, "There seems to be a problem with the perftFile. check of the move generator not executed\n");
 }
 
 }  // namespace

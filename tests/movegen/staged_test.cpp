@@ -146,20 +146,49 @@ TEST(Evasions, CarryTheFixedScoresOfMoverAndKind) {
         std::map<std::string, int> expected;
     } cases[] = {
         {"2Q5/8/4r2R/2NP4/6B1/R7/8/1k2K3 w - - 0 1",
-         {{"d5e6", 250}, {"c5e6", 236}, {"g4e6", 235}, {"h6e6", 234}, {"c8e6", 233}, {"c5e4", 206}, {"g4e2", 205},
-          {"a3e3", 204}, {"e1d1", 202}, {"e1d2", 202}, {"e1f1", 202}, {"e1f2", 202}}},
+         {{"d5e6", 250},
+          {"c5e6", 236},
+          {"g4e6", 235},
+          {"h6e6", 234},
+          {"c8e6", 233},
+          {"c5e4", 206},
+          {"g4e2", 205},
+          {"a3e3", 204},
+          {"e1d1", 202},
+          {"e1d2", 202},
+          {"e1f1", 202},
+          {"e1f2", 202}}},
         {"7k/8/8/b7/8/Q7/1PP2n2/4K3 w - - 0 1",
-         {{"c2c3", 210}, {"b2b4", 210}, {"a3a5", 233}, {"a3b4", 203}, {"a3c3", 203}, {"e1f2", 225}, {"e1e2", 202},
+         {{"c2c3", 210},
+          {"b2b4", 210},
+          {"a3a5", 233},
+          {"a3b4", 203},
+          {"a3c3", 203},
+          {"e1f2", 225},
+          {"e1e2", 202},
           {"e1f1", 202}}},
         {"4k3/8/8/8/8/2N5/4q3/4K3 w - - 0 1", {{"e1e2", 232}, {"c3e2", 236}}},
         {"1r5k/P7/8/8/8/8/8/1K6 w - - 0 1",
-         {{"a7b8q", 250}, {"a7b8r", 250}, {"a7b8b", 250}, {"a7b8n", 250}, {"b1a1", 202}, {"b1a2", 202}, {"b1c1", 202},
+         {{"a7b8q", 250},
+          {"a7b8r", 250},
+          {"a7b8b", 250},
+          {"a7b8n", 250},
+          {"b1a1", 202},
+          {"b1a2", 202},
+          {"b1c1", 202},
           {"b1c2", 202}}},
         {"r6K/3P4/8/8/8/8/8/k7 w - - 0 1",
          {{"d7d8q", 210}, {"d7d8r", 210}, {"d7d8b", 210}, {"d7d8n", 210}, {"h8g7", 202}, {"h8h7", 202}}},
         {"8/8/8/2k5/3Pp3/8/8/4K3 b - d3 0 1",
-         {{"e4d3", 250}, {"c5d4", 223}, {"c5b4", 202}, {"c5b5", 202}, {"c5b6", 202}, {"c5c4", 202}, {"c5c6", 202},
-          {"c5d5", 202}, {"c5d6", 202}}},
+         {{"e4d3", 250},
+          {"c5d4", 223},
+          {"c5b4", 202},
+          {"c5b5", 202},
+          {"c5b6", 202},
+          {"c5c4", 202},
+          {"c5c6", 202},
+          {"c5d5", 202},
+          {"c5d6", 202}}},
     };
     for (const auto& c : cases) {
         testPosition p(c.fen);
@@ -192,10 +221,14 @@ TEST(PromotionSets, DependOnTheGenerator) {
         std::map<std::string, int> expected;  // move text and ordering score
     } cases[] = {
         {"r3k3/1P6/8/8/8/8/8/4K3 w - - 0 1", generateMovesQuiescence, "quiescence", {{"b7a8q", 58}, {"b7b8q", 1}}},
-        {"r3k3/1P6/8/8/8/8/8/4K3 w - - 0 1", generateMovesCaptures, "captures",
+        {"r3k3/1P6/8/8/8/8/8/4K3 w - - 0 1",
+         generateMovesCaptures,
+         "captures",
          {{"b7a8q", 58}, {"b7a8r", 58}, {"b7a8b", 58}, {"b7a8n", 58}}},
         {"4k3/8/8/8/8/8/6p1/4K2R b - - 0 1", generateMovesQuiescence, "quiescence", {{"g2h1q", 50}, {"g2g1q", 1}}},
-        {"4k3/8/8/8/8/8/6p1/4K2R b - - 0 1", generateMovesCaptures, "captures",
+        {"4k3/8/8/8/8/8/6p1/4K2R b - - 0 1",
+         generateMovesCaptures,
+         "captures",
          {{"g2h1q", 50}, {"g2h1r", 50}, {"g2h1b", 50}, {"g2h1n", 50}}},
     };
     for (const auto& c : cases) {
@@ -223,8 +256,7 @@ TEST(RecaptureGenerator, TakesOnlyOnTheSquareJustCapturedOn) {
     makeMove(p.get(), 0, exd5);
     p->plyState[1].moveList = p->plyState[0].moveListEnd;
     EXPECT_EQ(textsOf(generate(generateMovesRecapture, p.get(), 1), BLACK), (textList{"c6d5", "d8d5", "f6d5"}));
-    EXPECT_EQ(textsOf(generate(generateMovesCaptures, p.get(), 1), BLACK),
-              (textList{"c6d5", "d8d5", "f6d5", "f6g4"}));
+    EXPECT_EQ(textsOf(generate(generateMovesCaptures, p.get(), 1), BLACK), (textList{"c6d5", "d8d5", "f6d5", "f6g4"}));
     unmakeMove(p.get(), 0, exd5);
 }
 
@@ -234,17 +266,17 @@ TEST(Castling, NeedsRightsEmptyPathAndSafeSquares) {
         textList expected;  // castling moves among the legal moves
     } cases[] = {
         {"4k3/8/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1c1", "e1g1"}},
-        {"4k3/4r3/8/8/8/8/8/R3K2R w KQ - 0 1", {}},            // in check
-        {"4k3/5r2/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1c1"}},      // f1 attacked
-        {"4k3/6r1/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1c1"}},      // g1 attacked
-        {"4k3/3r4/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1g1"}},      // d1 attacked
-        {"4k3/2r5/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1g1"}},      // c1 attacked
+        {"4k3/4r3/8/8/8/8/8/R3K2R w KQ - 0 1", {}},                // in check
+        {"4k3/5r2/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1c1"}},          // f1 attacked
+        {"4k3/6r1/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1c1"}},          // g1 attacked
+        {"4k3/3r4/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1g1"}},          // d1 attacked
+        {"4k3/2r5/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1g1"}},          // c1 attacked
         {"4k3/1r6/8/8/8/8/8/R3K2R w KQ - 0 1", {"e1c1", "e1g1"}},  // only b1 attacked
-        {"4k3/8/8/8/8/8/6p1/R3K2R w KQ - 0 1", {"e1c1"}},      // pawn attacks f1
-        {"4k3/8/8/8/8/4n3/8/R3K2R w KQ - 0 1", {}},            // knight attacks d1 and f1
-        {"4k3/8/8/8/8/8/1p6/R3K2R w KQ - 0 1", {"e1g1"}},      // pawn attacks c1
-        {"4k3/8/8/8/8/8/8/RN2K2R w KQ - 0 1", {"e1g1"}},       // b1 occupied
-        {"4k3/8/8/8/8/8/8/R3KB1R w KQ - 0 1", {"e1c1"}},       // f1 occupied
+        {"4k3/8/8/8/8/8/6p1/R3K2R w KQ - 0 1", {"e1c1"}},          // pawn attacks f1
+        {"4k3/8/8/8/8/4n3/8/R3K2R w KQ - 0 1", {}},                // knight attacks d1 and f1
+        {"4k3/8/8/8/8/8/1p6/R3K2R w KQ - 0 1", {"e1g1"}},          // pawn attacks c1
+        {"4k3/8/8/8/8/8/8/RN2K2R w KQ - 0 1", {"e1g1"}},           // b1 occupied
+        {"4k3/8/8/8/8/8/8/R3KB1R w KQ - 0 1", {"e1c1"}},           // f1 occupied
         {"r3k2r/8/8/8/8/8/8/4K3 b kq - 0 1", {"e8c8", "e8g8"}},
         {"r3k2r/8/8/8/8/8/8/1R2K3 b kq - 0 1", {"e8c8", "e8g8"}},  // only b8 attacked
         {"r3k2r/8/8/8/8/8/8/3RK3 b kq - 0 1", {"e8g8"}},
@@ -258,8 +290,7 @@ TEST(Castling, NeedsRightsEmptyPathAndSafeSquares) {
         for (moveStruct m : generate(generateMovesLegal, p.get(), 0))
             if (m.kind == KIND_CASTLE_KING || m.kind == KIND_CASTLE_QUEEN) castles.push_back(m);
         EXPECT_EQ(textsOf(castles, p->sideToMove), c.expected) << c.fen;
-        for (moveStruct m : castles)
-            EXPECT_EQ(m.kind, (m.to & 7) == 6 ? KIND_CASTLE_KING : KIND_CASTLE_QUEEN) << c.fen;
+        for (moveStruct m : castles) EXPECT_EQ(m.kind, (m.to & 7) == 6 ? KIND_CASTLE_KING : KIND_CASTLE_QUEEN) << c.fen;
     }
 }
 
@@ -282,16 +313,16 @@ TEST(PseudoLegalTest, AcceptsOnlyMovesPlayableOnTheBoard) {
         {start, "e2", "e4", KIND_DOUBLE_STEP, WHITE_KNIGHT, false},  // wrong piece byte
         {start, "e2", "e4", KIND_NORMAL, WHITE_PAWN, false},
         {start, "e2", "e3", KIND_NORMAL, WHITE_PAWN, true},
-        {start, "e2", "d3", KIND_NORMAL, WHITE_PAWN, false},          // diagonal onto an empty square
-        {start, "e7", "e5", KIND_DOUBLE_STEP, BLACK_PAWN, false},     // not the side to move
+        {start, "e2", "d3", KIND_NORMAL, WHITE_PAWN, false},       // diagonal onto an empty square
+        {start, "e7", "e5", KIND_DOUBLE_STEP, BLACK_PAWN, false},  // not the side to move
         {start, "g1", "f3", KIND_NORMAL, WHITE_KNIGHT, true},
-        {start, "g1", "e2", KIND_NORMAL, WHITE_KNIGHT, false},        // own piece on the target
-        {start, "f1", "c4", KIND_NORMAL, WHITE_BISHOP, false},        // blocked by the pawn on e2
+        {start, "g1", "e2", KIND_NORMAL, WHITE_KNIGHT, false},  // own piece on the target
+        {start, "f1", "c4", KIND_NORMAL, WHITE_BISHOP, false},  // blocked by the pawn on e2
         {afterE4, "f1", "c4", KIND_NORMAL, WHITE_BISHOP, true},
         {afterE4, "d1", "h5", KIND_NORMAL, WHITE_QUEEN, true},
-        {afterE4, "e4", "e3", KIND_NORMAL, WHITE_PAWN, false},        // backwards
-        {afterE4, "a1", "a3", KIND_NORMAL, WHITE_ROOK, false},        // through a2
-        {afterE4, "e3", "e4", KIND_NORMAL, WHITE_PAWN, false},        // empty from-square
+        {afterE4, "e4", "e3", KIND_NORMAL, WHITE_PAWN, false},  // backwards
+        {afterE4, "a1", "a3", KIND_NORMAL, WHITE_ROOK, false},  // through a2
+        {afterE4, "e3", "e4", KIND_NORMAL, WHITE_PAWN, false},  // empty from-square
         {afterE4, "g1", "f3", KIND_ENPASSANT, WHITE_KNIGHT, false},
         {castles, "e1", "g1", KIND_CASTLE_KING, WHITE_KING, true},
         {castles, "e1", "c1", KIND_CASTLE_KING, WHITE_KING, false},

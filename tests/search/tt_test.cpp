@@ -67,9 +67,9 @@ TEST_F(HashTable, StoreAndProbeRoundTripWithMateShift) {
         {123, 7, BOUND_EXACT, 5, 5, 123},
         {-456, 0, BOUND_UPPER, 3, 9, -456},
         {0, -1, BOUND_LOWER, 0, 0, 0},
-        {31871, 127, BOUND_EXACT, 10, 4, 31871},     // largest non-mate score is not shifted
+        {31871, 127, BOUND_EXACT, 10, 4, 31871},  // largest non-mate score is not shifted
         {-31871, 127, BOUND_EXACT, 10, 4, -31871},
-        {31985, 20, BOUND_LOWER, 10, 4, 31991},      // mate seen 10 plies deep, probed at 4
+        {31985, 20, BOUND_LOWER, 10, 4, 31991},  // mate seen 10 plies deep, probed at 4
         {-31985, 20, BOUND_UPPER, 10, 4, -31991},
         {31990, 3, BOUND_EXACT, 2, 12, 31980},
         {31872 - 6, 127, BOUND_EXACT, 6, 6, 31866},  // not a mate score

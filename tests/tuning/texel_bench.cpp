@@ -45,10 +45,11 @@ int main(int argc, char** argv) {
     double single = bestSeconds(repeats, [&alone] { alone.calcTexelPosSubset(); });
 
     std::printf("positions          %.0f (%s), error %.9g\n", n, file.c_str(), error);
-    std::printf("calcTexelError     %.2f ms on %d threads, %d cores (best of %d)\n", pooled * 1e3,
-                NOF_TEXEL_WORKERS, cores, repeats);
+    std::printf("calcTexelError     %.2f ms on %d threads, %d cores (best of %d)\n", pooled * 1e3, NOF_TEXEL_WORKERS,
+                cores, repeats);
     std::printf("all threads        %.0f positions/s\n", n / pooled);
-    std::printf("per busy thread    %.0f positions/s (over %d threads that can run at once)\n", n / pooled / busy, busy);
+    std::printf("per busy thread    %.0f positions/s (over %d threads that can run at once)\n", n / pooled / busy,
+                busy);
     std::printf("one thread alone   %.0f positions/s (%.0f ns per position)\n", n / single, single * 1e9 / n);
     theTexelWorkForce.setNofWorkers(0);
     return 0;

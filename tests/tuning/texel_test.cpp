@@ -91,10 +91,10 @@ TEST_F(TexelTest, ReadsResultsAndSkipsMalformedLines) {
         {"4k3/8/8/8/8/8/8/4K3  w\t- -  c9 \"1-0\"; c0 \"x\";\r", kingsWhite, 1.0},
         {"4k3/8/8/8/8/8/8/4K3 b c9 \"1/2-1/2\";", "4k3/8/8/8/8/8/8/4K3 b", 0.5},
         {"", nullptr, 0.0},
-        {"4k3/8/8/8/8/8/8/4K3 w - - \"1-0\";", nullptr, 0.0},    // no c9
-        {"4k3/8/8/8/8/8/8/4K3 w - - c9", nullptr, 0.0},          // no result
-        {"4k3/8/8/8/8/8/8/4K3 w - - c9 1-0", nullptr, 0.0},      // result too short
-        {"4k3/8/8/8/8/8/8/4K3 c9 \"1-0\";", nullptr, 0.0},       // placement alone
+        {"4k3/8/8/8/8/8/8/4K3 w - - \"1-0\";", nullptr, 0.0},         // no c9
+        {"4k3/8/8/8/8/8/8/4K3 w - - c9", nullptr, 0.0},               // no result
+        {"4k3/8/8/8/8/8/8/4K3 w - - c9 1-0", nullptr, 0.0},           // result too short
+        {"4k3/8/8/8/8/8/8/4K3 c9 \"1-0\";", nullptr, 0.0},            // placement alone
         {"4k3/8/8/8/8/8/8/4K3 w - - x 1 c9 \"1-0\";", nullptr, 0.0},  // clock not a number
         {"c9 \"1-0\";", nullptr, 0.0},
     };
@@ -136,7 +136,7 @@ TEST_F(TexelTest, RefusesAMissingOrEmptyFile) {
 // view: a White win with White to move and a Black win with Black to move miss by the same.
 TEST_F(TexelTest, ErrorOfKingsAloneIsTheTempoMissFromWhitesView) {
     loadPositions(labelled(kingsWhite, "1-0") + labelled(kingsBlack, "0-1") + labelled(kingsWhite, "1/2-1/2"));
-    const double winMiss = 0.2073421492011264;     // (1 - 1 / (1 + 10^(-1.83 * 17 / 400)))^2
+    const double winMiss = 0.2073421492011264;      // (1 - 1 / (1 + 10^(-1.83 * 17 / 400)))^2
     const double drawMiss = 0.0019937669693165547;  // (0.5 - 1 / (1 + 10^(-1.83 * 17 / 400)))^2
     EXPECT_NEAR(theTexelWorkForce.calcTexelError(), (2 * winMiss + drawMiss) / 3, 1e-15);
 
@@ -196,7 +196,8 @@ std::string pawnAndKnightPositions() {
 // Registers the pawn table (inner rows) and the knight table as packed, mirrored groups that
 // print as one pieceSquareScore block.
 void registerPawnAndKnightTables() {
-    ASSERT_EQ(addTexelGroup("Pawn", pieceSquareScore[PAWN], 64, 10, TEXEL_PACKED | TEXEL_PAWN_ROWS | TEXEL_MIRRORED), 0);
+    ASSERT_EQ(addTexelGroup("Pawn", pieceSquareScore[PAWN], 64, 10, TEXEL_PACKED | TEXEL_PAWN_ROWS | TEXEL_MIRRORED),
+              0);
     ASSERT_EQ(addTexelGroup("Knight", pieceSquareScore[KNIGHT], 64, 12, TEXEL_PACKED | TEXEL_MIRRORED), 48);
     ASSERT_EQ(nofTexelPars, 48 + 64);
 }
@@ -351,14 +352,16 @@ TEST_F(TexelTest, PrintsGroupsAsSourceTables) {
     int32_t tempo[1] = {25};
     ASSERT_EQ(addTexelGroup("tempo", tempo, 1, 1, 0), 0);
     ASSERT_EQ(addTexelGroup("pieceValue", pieceValue + KNIGHT, 4, 9, TEXEL_PACKED), 1);
-    ASSERT_EQ(addTexelGroup("Pawn", pieceSquareScore[PAWN], 64, 10, TEXEL_PACKED | TEXEL_PAWN_ROWS | TEXEL_MIRRORED), 9);
+    ASSERT_EQ(addTexelGroup("Pawn", pieceSquareScore[PAWN], 64, 10, TEXEL_PACKED | TEXEL_PAWN_ROWS | TEXEL_MIRRORED),
+              9);
     ASSERT_EQ(addTexelGroup("Knight", pieceSquareScore[KNIGHT], 64, 12, TEXEL_PACKED | TEXEL_MIRRORED), 57);
     std::ostringstream out;
     printTexelParameters(out);
     std::vector<std::string> lines = splitLines(out.str());
 
-    const std::string zeroRow = "X(   0,   0), X(   0,   0), X(   0,   0), X(   0,   0), X(   0,   0), X(   0,   0), "
-                                "X(   0,   0), X(   0,   0), ";
+    const std::string zeroRow =
+        "X(   0,   0), X(   0,   0), X(   0,   0), X(   0,   0), X(   0,   0), X(   0,   0), "
+        "X(   0,   0), X(   0,   0), ";
     std::vector<std::string> expected = {
         "TCONST combEval tempo = 25;",
         "TCONST combEval pieceValue = ",
@@ -375,11 +378,13 @@ TEST_F(TexelTest, PrintsGroupsAsSourceTables) {
     for (size_t i = 0; i < expected.size(); i++) EXPECT_EQ(lines[i], expected[i]) << "line " << i;
     EXPECT_EQ(lines[14], zeroRow.substr(0, zeroRow.size() - 2));  // no separator after a group's last value
     EXPECT_EQ(lines[15], "// Knight");
-    EXPECT_EQ(lines[16], "X( -85, -95), X( -50, -32), X( -28, -12), X( -45, -11), X(  13, -16), X( -53, -52), "
-                         "X( -44, -33), X( -85, -95), ");
+    EXPECT_EQ(lines[16],
+              "X( -85, -95), X( -50, -32), X( -28, -12), X( -45, -11), X(  13, -16), X( -53, -52), "
+              "X( -44, -33), X( -85, -95), ");
     ASSERT_EQ(lines.size(), 26u);
-    EXPECT_EQ(lines[23], "X( -85, -21), X( -45, -52), X( -51, -15), X( -33, -18), X( -37, -17), X( -23, -28), "
-                         "X( -42, -47), X( -72, -42)");
+    EXPECT_EQ(lines[23],
+              "X( -85, -21), X( -45, -52), X( -51, -15), X( -33, -18), X( -37, -17), X( -23, -28), "
+              "X( -42, -47), X( -72, -42)");
     EXPECT_EQ(lines[24], "");
     EXPECT_EQ(lines[25], "};");
 }
