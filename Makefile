@@ -34,7 +34,7 @@ debug:
 	$(CMAKE) --build build-debug -j $(JOBS)
 
 sanitize:
-	$(CMAKE) -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DVORIX_SANITIZE=address,undefined -DVORIX_SHARED_DIR=$(SHARED) >/dev/null
+	$(CMAKE) -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DVORIX_SANITIZE=address,undefined -DVORIX_WERROR=ON -DVORIX_SHARED_DIR=$(SHARED) >/dev/null
 	$(CMAKE) --build build-asan -j $(JOBS)
 	cd build-asan && ctest --output-on-failure -j $(JOBS)
 
@@ -43,7 +43,7 @@ tsan:
 	$(CMAKE) --build build-tsan -j $(JOBS) --target vorix
 
 arm:
-	$(CMAKE) -S . -B build-arm -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake -DCMAKE_BUILD_TYPE=Release \
+	$(CMAKE) -S . -B build-arm -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake -DCMAKE_BUILD_TYPE=Release -DVORIX_WERROR=ON \
 		-DVORIX_SHARED_DIR=$(SHARED) -DVORIX_PERFT_FILE=$(abspath tests/data/short/perft.txt) >/dev/null
 	$(CMAKE) --build build-arm -j $(JOBS)
 
