@@ -74,7 +74,12 @@ void workForce::setNofWorkers(int n) {
     }
     if (n < 1) return;
     workers.push_back(new boss());
-    while (static_cast<int>(workers.size()) < n) workers.push_back(new worker(static_cast<int>(workers.size())));
+    // Each thread carries a few megabytes of tables: on a small machine stop adding threads
+    // when memory runs out rather than fail.
+    try {
+        while (static_cast<int>(workers.size()) < n) workers.push_back(new worker(static_cast<int>(workers.size())));
+    } catch (const std::exception&) {
+    }
     for (worker* w : workers) clearSearchHistory(&w->searchData);
 }
 

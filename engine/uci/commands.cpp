@@ -148,8 +148,11 @@ void setOption(std::istringstream& words, const std::string& line) {
             return;
         }
         if (refuseWhileSearching("changing Threads")) return;
-        engine.nofThreads = std::clamp(number, 1, THREADS_MAX);
-        theWorkForce.setNofWorkers(engine.nofThreads);
+        int wanted = std::clamp(number, 1, THREADS_MAX);
+        theWorkForce.setNofWorkers(wanted);
+        engine.nofThreads = static_cast<int>(theWorkForce.workers.size());
+        if (engine.nofThreads < wanted)
+            say("info string only ", engine.nofThreads, " threads could be started: memory ran out");
         say("info string Number of threads set to : ", engine.nofThreads);
     } else if (option == "moveoverhead") {
         if (!numeric) {
