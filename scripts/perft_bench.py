@@ -37,22 +37,22 @@ class Engine:
         self.proc.wait(timeout=10)
 
 
-def time_vorix(engine, fen, depth):
+def time_perft(engine, fen, command, result_prefix, count_field):
+    """Seconds from sending the perft command to its result line, and the node count."""
     engine.send("position fen " + fen)
     start = time.perf_counter()
-    engine.send("perft %d" % depth)
-    line = engine.wait_for(lambda l: l.startswith("Perft results for depth:"))
+    engine.send(command)
+    line = engine.wait_for(lambda l: l.startswith(result_prefix))
     elapsed = time.perf_counter() - start
-    return int(line.split()[5]), elapsed
+    return int(line.split()[count_field]), elapsed
+
+
+def time_vorix(engine, fen, depth):
+    return time_perft(engine, fen, "perft %d" % depth, "Perft results for depth:", 5)
 
 
 def time_stockfish(engine, fen, depth):
-    engine.send("position fen " + fen)
-    start = time.perf_counter()
-    engine.send("go perft %d" % depth)
-    line = engine.wait_for(lambda l: l.startswith("Nodes searched:"))
-    elapsed = time.perf_counter() - start
-    return int(line.split()[2]), elapsed
+    return time_perft(engine, fen, "go perft %d" % depth, "Nodes searched:", 2)
 
 
 def main():

@@ -98,13 +98,7 @@ TEST(RegistryHash, EverySignatureFits) {
     int pawnless = 0;
     for (const std::string& name : names) {
         uint8_t counts[2][7] = {}, swapped[2][7] = {};
-        int side = 0;
-        for (char c : name) {
-            if (c == 'v')
-                side = 1;
-            else
-                counts[side][std::string(" PNBRQK").find(c)]++;
-        }
+        tbtest::name_counts(name, counts);
         pawnless += counts[0][TB_PAWN] + counts[1][TB_PAWN] == 0;
         for (int t = 0; t < 7; t++) {
             swapped[0][t] = counts[1][t];

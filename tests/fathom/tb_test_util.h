@@ -71,6 +71,17 @@ inline std::vector<std::vector<std::string>> read_records(const std::string& fil
     return out;
 }
 
+// Piece counts per side and type (index " PNBRQK") of a table name such as "KRPvKR".
+inline void name_counts(const std::string& name, uint8_t counts[2][7]) {
+    int side = 0;
+    for (char c : name) {
+        if (c == 'v')
+            side = 1;
+        else
+            counts[side][std::string(" PNBRQK").find(c)]++;
+    }
+}
+
 inline int piece_count(const pos& p) { return __builtin_popcountll(p.white | p.black); }
 
 // A fresh directory under the system temp directory, removed on destruction.

@@ -68,13 +68,7 @@ protected:
 
     static uint64_t key_of(const std::string& name) {
         uint8_t counts[2][7] = {};
-        int side = 0;
-        for (char c : name) {
-            if (c == 'v')
-                side = 1;
-            else
-                counts[side][std::string(" PNBRQK").find(c)]++;
-        }
+        tbtest::name_counts(name, counts);
         return material_key(counts);
     }
     static TBEntry* wdl_entry(const std::string& name) {
