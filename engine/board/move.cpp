@@ -32,8 +32,8 @@ std::string moveToLA(moveStruct* move, unsigned char side) {
 std::string PVToString(positionStruct* pos) {
     std::string text;
     unsigned char side = pos->sideToMove;
-    for (int i = 0; i <= pos->pvLength; i++) {
-        text += moveToLA(&pos->plyState[i].currentMove, side);
+    for (int i = 0; i < pos->pvLength; i++) {
+        text += moveToLA(&pos->pv[i], side);
         text += ' ';
         side ^= 1;
     }

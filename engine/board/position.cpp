@@ -16,6 +16,7 @@ const char* const fenLabelPieces = "  PpNnBbRrQqKk";
 namespace {
 
 constexpr int MAX_GAME_PLY = 512;
+static_assert(MAX_GAME_PLY + 1 + MAX_PLY < HASH_HISTORY_SIZE, "no room for the search's keys behind a FEN's ply");
 // Bit c set for the piece codes c that enter the pawn-king key (pawns 2, 3 and kings 12, 13).
 constexpr uint64_t PAWN_KING_CODES = 0x300C;
 

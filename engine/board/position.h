@@ -40,6 +40,9 @@ constexpr uint8_t CASTLE_WHITE_QUEEN = 4;
 constexpr uint8_t CASTLE_BLACK_QUEEN = 8;
 
 constexpr int MAX_PLY = 128;
+// Deepest ply at which the search still makes moves: a node above it returns its static
+// evaluation. Moves made at this ply write plyState[SEARCH_PLY_LIMIT + 1].
+constexpr int SEARCH_PLY_LIMIT = MAX_PLY - 2;
 constexpr int HASH_HISTORY_SIZE = 1024;
 constexpr int GMS_BYTES = 32768;
 // Moves of one position never exceed this, so a search stack of MAX_PLY lists fits in
@@ -92,7 +95,6 @@ struct positionStruct {
     uint64_t nodeCount;
     uint64_t qNodeCount;
     uint64_t tbHits;
-    int16_t pvLength;  // index of the last principal-variation move in plyState
     int32_t timeCheckCounter;
     uint8_t selDepth;
 
@@ -114,6 +116,8 @@ struct positionStruct {
     uint8_t pvHasPonder;      // ponderMove is known
     moveStruct bestMove;      // best move of the last completed iteration
     moveStruct ponderMove;    // expected reply to bestMove
+    int16_t pvLength;         // moves in pv
+    moveStruct pv[MAX_PLY];   // principal variation of the last completed iteration
 };
 
 extern positionStruct GPSData;
@@ -136,6 +140,17 @@ std::string boardToString(positionStruct* pos);
 bool hasOnePiecePerSquare(const positionStruct* pos);
 // Whether the king of `side` is attacked.
 bool isSideInCheck(const positionStruct* pos, int side);
+
+// Whether the position repeats one of the game or the search path since the last capture or pawn
+// move (same side to move, so at least four plies back).
+inline bool isRepetition(const positionStruct* pos) {
+    if (pos->halfMoveClock <= 3) return false;
+    int lowest = pos->historyCount - 1 - pos->halfMoveClock;
+    if (lowest < 0) lowest = 0;
+    for (int i = pos->historyCount - 5; i >= lowest; i -= 2)
+        if (pos->hashHistory[i] == pos->hashKey) return true;
+    return false;
+}
 
 inline bitboard occupancy(const positionStruct* pos) { return pos->bitboards[0] | pos->bitboards[1]; }
 inline int mgHalf(int32_t packed) { return static_cast<int16_t>(static_cast<uint32_t>(packed) & 0xFFFF); }

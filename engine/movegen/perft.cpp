@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <vector>
 
 #include "engine/movegen/legal.h"
 #include "engine/movegen/makemove.h"
@@ -135,9 +136,22 @@ uint64_t perft(int ply, int depth, positionStruct* pos) {
     return nodes;
 }
 
-void testFenPosition(int depth, const std::string& fen) {
+namespace {
+
+// Move lists for a perft of the deepest allowed depth.
+std::vector<moveStruct> perftMoveBuffer() { return std::vector<moveStruct>(MAX_PERFT_DEPTH * MAX_MOVES_PER_PLY); }
+
+}  // namespace
+
+bool testFenPosition(int depth, const std::string& fen) {
+    if (depth > MAX_PERFT_DEPTH) {
+        std::cout << "info string perft depth " << depth << " is too deep; at most " << MAX_PERFT_DEPTH << std::endl;
+        return false;
+    }
     std::unique_ptr<positionStruct> pos(new positionStruct(GPSData));
     if (fen != "current") setPosition(fen, pos.get());
+    std::vector<moveStruct> buffer = perftMoveBuffer();
+    pos->plyState[0].moveList = buffer.data();
     std::cout << boardToString(pos.get());
     auto start = std::chrono::system_clock::now();
     uint64_t nodes = perft(0, depth, pos.get());
@@ -147,6 +161,7 @@ void testFenPosition(int depth, const std::string& fen) {
     std::cout << ns << " ns and " << seconds << " in seconds" << std::endl;
     std::cout << "Perft results for depth: " << depth << "  " << nodes << "  Nodes per sec: " << nodes / seconds
               << "\n";
+    return true;
 }
 
 bool checkMoveGenWithPerft() { return checkMoveGenWithPerft(VORIX_PERFT_FILE); }
@@ -158,7 +173,8 @@ bool checkMoveGenWithPerft(const std::string& path) {
         return false;
     }
     std::unique_ptr<positionStruct> pos(new positionStruct());
-    pos->plyState[0].moveList = GMS;
+    std::vector<moveStruct> buffer = perftMoveBuffer();
+    pos->plyState[0].moveList = buffer.data();
     bool ok = true;
     std::string line;
     while (std::getline(file, line)) {
@@ -174,7 +190,7 @@ bool checkMoveGenWithPerft(const std::string& path) {
         std::string reason;
         uint64_t nodes = 0;
         auto start = std::chrono::system_clock::now();
-        if (validateFen(fen, &reason)) {
+        if (depth <= MAX_PERFT_DEPTH && validateFen(fen, &reason)) {
             setPosition(fen, pos.get());
             nodes = perft(0, depth, pos.get());
         }

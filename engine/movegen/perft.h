@@ -6,10 +6,17 @@
 
 #include "engine/board/position.h"
 
-// Leaf nodes of the legal move tree to depth, with bulk counting at the last ply.
+// Deepest perft the ply stack holds: a run to depth d makes moves at plies 0 .. d - 2 and
+// generates at ply d - 1, so it touches plyState[0 .. d] and d move lists.
+constexpr int MAX_PERFT_DEPTH = MAX_PLY;
+
+// Leaf nodes of the legal move tree to depth, with bulk counting at the last ply. The caller
+// keeps depth <= MAX_PERFT_DEPTH and points plyState[ply].moveList at room for the lists of
+// depth plies (MAX_MOVES_PER_PLY each).
 uint64_t perft(int ply, int depth, positionStruct* pos);
 // Prints the board, times one perft run of fen ("current" = the game position) and reports.
-void testFenPosition(int depth, const std::string& fen);
+// A depth above MAX_PERFT_DEPTH gets one info string line and no run; false then.
+bool testFenPosition(int depth, const std::string& fen);
 // Replays the perft file; true when every line matched.
 bool checkMoveGenWithPerft();
 // Same, on a given file (the build-time path is the default).

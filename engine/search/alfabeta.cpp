@@ -40,16 +40,6 @@ inline int searchChild(int ply, int depth, int alpha, int beta, positionStruct* 
     return -alfabeta(static_cast<unsigned char>(ply + 1), depth, toShort(-beta), toShort(-alpha), pos);
 }
 
-// Repetition of this position among the reversible plies with the same side to move.
-inline bool isRepetition(const positionStruct* pos) {
-    if (pos->halfMoveClock <= 3) return false;
-    int lowest = pos->historyCount - 1 - pos->halfMoveClock;
-    if (lowest < 0) lowest = 0;
-    for (int i = pos->historyCount - 5; i >= lowest; i -= 2)
-        if (pos->hashHistory[i] == pos->hashKey) return true;
-    return false;
-}
-
 // Gravity update: moves h toward +-8192 by bonus.
 inline void raiseHistory(int16_t& h, int bonus) { h = static_cast<int16_t>(h + bonus - (bonus * h) / HISTORY_MAX); }
 inline void lowerHistory(int16_t& h, int bonus) { h = static_cast<int16_t>(h - bonus - (bonus * h) / HISTORY_MAX); }
@@ -191,7 +181,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
         if (ply - 31999 > alpha) alpha = ply - SCORE_MATE;
         if (32001 - ply < beta) beta = 32001 - ply;
         if (alpha >= beta) return alpha;
-        if (ply > 126) return evaluateN(ply, pos);
+        if (ply > SEARCH_PLY_LIMIT) return evaluateN(ply, pos);
     }
 
     // Children searched before this node generates anything (null move, hash move) start

@@ -43,7 +43,7 @@ int quiescence(unsigned char ply, int qdepth, short alphaIn, short betaIn, posit
     if (ply - 31999 > alpha) alpha = ply - SCORE_MATE;
     if (32001 - ply < beta) beta = 32001 - ply;
     if (alpha >= beta) return alpha;
-    if (ply > 126) return evaluateN(ply, pos);
+    if (ply > SEARCH_PLY_LIMIT) return evaluateN(ply, pos);
 
     plyStateStruct* entry = &pos->plyState[ply];
 

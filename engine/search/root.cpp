@@ -60,14 +60,9 @@ std::string infoScoreLine(int score, int depth, int selDepth, uint64_t nodes, ui
 }
 
 void collectPrincipalVariation(positionStruct* pos) {
-    getPVFromHashTable(pos, pos->completedDepth > 0 ? pos->completedDepth : 1);
-    if (pos->pvLength < 0 || !sameMove(pos->plyState[0].currentMove, pos->bestMove)) {
-        // The table lost the root entry: report the root's own best move alone.
-        pos->plyState[0].currentMove = pos->bestMove;
-        pos->pvLength = 0;
-    }
-    pos->pvHasPonder = pos->pvLength >= 1;
-    pos->ponderMove = pos->pvHasPonder ? pos->plyState[1].currentMove : EMPTYMOVE;
+    getPVFromHashTable(pos, pos->completedDepth > 0 ? pos->completedDepth : 1, pos->bestMove);
+    pos->pvHasPonder = pos->pvLength >= 2;
+    pos->ponderMove = pos->pvHasPonder ? pos->pv[1] : EMPTYMOVE;
 }
 
 void worker::searchRoot() {
@@ -88,6 +83,8 @@ void worker::searchRoot() {
     pos->bestMove.order = pos->board[pos->bestMove.from];
     pos->ponderMove = EMPTYMOVE;
     pos->pvHasPonder = 0;
+    pos->pv[0] = pos->bestMove;
+    pos->pvLength = rootMoves > 0 ? 1 : 0;
     pos->rootBestMove = EMPTYMOVE;
     searchDepth.store(0, std::memory_order_relaxed);
 
@@ -107,6 +104,8 @@ void worker::searchRoot() {
             pos->completedDepth = 127;
             pos->iterationDone = 1;
             pos->pvHasPonder = 0;
+            pos->pv[0] = tbMove;
+            pos->pvLength = 1;
             stopTheSearch();
             return;
         }
@@ -176,9 +175,10 @@ void worker::searchRoot() {
             publishedNodes.store(ownNodes(), std::memory_order_relaxed);
             publishedTbHits.store(pos->tbHits, std::memory_order_relaxed);
 
-            // Step 6. Reports of the main thread after a completed iteration.
+            // Step 6. Every thread keeps the line of its completed iteration while the table
+            // still holds it; the main thread reports it.
+            if (pos->completedDepth == depth && !searchStopped()) collectPrincipalVariation(pos);
             if (mainThread && pos->completedDepth == depth && !searchStopped()) {
-                collectPrincipalVariation(pos);
                 uint64_t nodes = theWorkForce.totalNodes(this);
                 uint64_t tbHits = theWorkForce.totalTbHits(this);
                 int64_t elapsed = searchElapsedMs();
@@ -216,5 +216,4 @@ void worker::searchRoot() {
             if (!theWorkForce.ponderSearch.load(std::memory_order_relaxed)) break;
         }
     }
-    if (mainThread) collectPrincipalVariation(pos);
 }

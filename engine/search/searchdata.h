@@ -8,6 +8,9 @@
 
 constexpr int HISTORY_MAX = 8192;  // histories approach +-HISTORY_MAX under the gravity update
 constexpr int MOVE_BUFFER_SIZE = (MAX_PLY + 2) * MAX_MOVES_PER_PLY;
+// Nodes up to SEARCH_PLY_LIMIT generate moves, and the quiescence child of the last of them
+// starts its (empty) list behind theirs.
+static_assert(MOVE_BUFFER_SIZE >= (SEARCH_PLY_LIMIT + 2) * MAX_MOVES_PER_PLY, "move buffer too small");
 
 // Continuation history: [previous piece - 2][previous to][piece - 2][to].
 typedef int16_t continuationTable[12][64][12][64];

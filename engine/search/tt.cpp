@@ -119,25 +119,31 @@ void storeHash(uint64_t key, int ply, moveStruct move, int score, int depth, int
     bucket->keys[chosen].store(key);
 }
 
-void getPVFromHashTable(positionStruct* pos, int maxLength) {
-    pos->pvLength = -1;
-    if (maxLength < 1) return;
+void getPVFromHashTable(positionStruct* pos, int maxLength, moveStruct first) {
+    pos->pvLength = 0;
     int taken = 0;
     hashEntryStruct entry;
     while (taken < maxLength && taken < MAX_PLY) {
-        if (!probeHash(pos->hashKey, taken, &entry) || entry.bound != BOUND_EXACT || isEmptyMove(entry.move)) break;
+        moveStruct move = first;
+        if (taken > 0 || isEmptyMove(first)) {
+            if (!probeHash(pos->hashKey, taken, &entry) || entry.bound != BOUND_EXACT || isEmptyMove(entry.move)) break;
+            move = entry.move;
+        }
         pos->plyState[taken].inCheck = isSideInCheck(pos, pos->sideToMove) ? 1 : 0;
-        if (!isMovePseudoLegal(pos, taken, entry.move)) break;
-        makeMove(pos, taken, entry.move);
+        if (!isMovePseudoLegal(pos, taken, move)) break;
+        makeMove(pos, taken, move);
         if (isSideInCheck(pos, pos->sideToMove ^ 1)) {  // leaves the own king attacked
-            unmakeMove(pos, taken, entry.move);
+            unmakeMove(pos, taken, move);
             break;
         }
-        pos->plyState[taken].currentMove = entry.move;
-        taken++;
+        pos->pv[taken++] = move;
+        // The game is drawn here, so the line cannot go on as the table says: a repeated
+        // position, or a fifty-move count run out (a mate on the hundredth half-move has no
+        // reply anyway).
+        if (isRepetition(pos) || pos->halfMoveClock >= 100) break;
     }
-    for (int ply = taken - 1; ply >= 0; ply--) unmakeMove(pos, ply, pos->plyState[ply].currentMove);
-    pos->pvLength = static_cast<int16_t>(taken - 1);
+    for (int ply = taken - 1; ply >= 0; ply--) unmakeMove(pos, ply, pos->pv[ply]);
+    pos->pvLength = static_cast<int16_t>(taken);
 }
 
 void initHashCodeTables() {

@@ -106,6 +106,7 @@ bool resizeHashTable(int megabytes);
 bool allocateHashBuckets(uint64_t buckets);
 void freeHashTable();
 
-// Walks hash moves from the position, checking each against the board, and leaves at most
-// maxLength of them in the plyState entries (pvLength = count - 1).
-void getPVFromHashTable(positionStruct* pos, int maxLength);
+// Walks the principal variation from the position into pos->pv (at most maxLength moves,
+// pvLength of them): `first` when given, then exact-bound hash moves, each checked against the
+// board. The walk ends after a move into a drawn position (repetition or fifty-move rule).
+void getPVFromHashTable(positionStruct* pos, int maxLength, moveStruct first = EMPTYMOVE);

@@ -44,7 +44,7 @@ void worker::prepareSearch(const positionStruct& game) {
     rootPosition.plyState[0].moveList = searchData.moveBuffer;
     rootPosition.nodeCount = rootPosition.qNodeCount = rootPosition.tbHits = 0;
     rootPosition.selDepth = 0;
-    rootPosition.pvLength = -1;
+    rootPosition.pvLength = 0;
     publishedNodes.store(0, std::memory_order_relaxed);
     publishedTbHits.store(0, std::memory_order_relaxed);
     searchDepth.store(0, std::memory_order_relaxed);
@@ -161,7 +161,6 @@ void boss::searchRoot() {
     }
     positionStruct* result = chosen->position;
     if (chosen != this && !isEmptyMove(result->bestMove)) {
-        collectPrincipalVariation(result);
         int64_t elapsed = searchElapsedMs();
         say(infoScoreLine(result->rootScore, result->completedDepth, result->selDepth, nodes, theWorkForce.tbHitsTotal,
                           elapsed, PVToString(result)));

@@ -28,6 +28,8 @@ constexpr int MOVE_OVERHEAD_MAX = 60000;
 constexpr int PROBE_DEPTH_MAX = 127;
 // Room kept in hashHistory for the search stack above the game's own keys.
 constexpr int HISTORY_HEADROOM = 2 * MAX_PLY + 8;
+// The search and the walk of its principal variation each add at most MAX_PLY keys.
+static_assert(HISTORY_HEADROOM > MAX_PLY, "no room for the search's keys");
 
 int perftDepth = 6;
 
@@ -269,10 +271,13 @@ bool executeCommand(const std::string& line) {
             stopTheSearch();
             return false;
         } else if (command == "perft") {
-            std::string depth;
-            if (words >> depth && !parseInt(depth, &perftDepth))
+            std::string word;
+            int depth = perftDepth;
+            if (words >> word && !parseInt(word, &depth)) {
                 say("info string perft depth must be a number; using ", perftDepth);
-            testFenPosition(perftDepth, "current");
+                depth = perftDepth;
+            }
+            if (testFenPosition(depth, "current")) perftDepth = depth;  // a refused depth is not kept
         } else if (command == "rtest") {
             if (!refuseWhileSearching("rtest")) checkMoveGenWithPerft();
         } else if (command == "texel") {

@@ -90,12 +90,12 @@ TEST(MoveFromText, RoundTripsEveryLegalMove) {
 
 TEST(PVToString, PrintsEachMoveWithTheSideThatPlaysIt) {
     testPosition p("r3k3/8/8/8/3p4/8/4P3/4K3 b q - 0 1");
-    p->plyState[0].currentMove = makeMoveRecord(sq("d4"), sq("e4"), KIND_ENPASSANT);
-    p->plyState[1].currentMove = makeMoveRecord(sq("e5"), sq("d5"), KIND_ENPASSANT);
-    p->plyState[2].currentMove = makeMoveRecord(sq("e8"), sq("c8"), KIND_CASTLE_QUEEN);
-    p->pvLength = 2;
+    p->pv[0] = makeMoveRecord(sq("d4"), sq("e4"), KIND_ENPASSANT);
+    p->pv[1] = makeMoveRecord(sq("e5"), sq("d5"), KIND_ENPASSANT);
+    p->pv[2] = makeMoveRecord(sq("e8"), sq("c8"), KIND_CASTLE_QUEEN);
+    p->pvLength = 3;
     EXPECT_EQ(PVToString(p.get()), "d4e3 e5d6 e8c8 ");
-    p->pvLength = 0;
+    p->pvLength = 1;
     EXPECT_EQ(PVToString(p.get()), "d4e3 ");
 }
 

@@ -196,12 +196,41 @@ TEST_F(HashTable, PrincipalVariationFollowsExactHashMoves) {
         testPosition p(start);
         uint64_t key = p->hashKey;
         getPVFromHashTable(p.get(), c.maxLength);
-        std::string pv = p->pvLength >= 0 ? PVToString(p.get()) : "";
-        EXPECT_EQ(pv, c.expected) << c.name;
+        EXPECT_EQ(PVToString(p.get()), c.expected) << c.name;
         EXPECT_EQ(p->hashKey, key) << c.name;
         EXPECT_EQ(p->historyCount, 1) << c.name;
         EXPECT_EQ(p->board[sq("e2")], WHITE_PAWN) << c.name;
         EXPECT_EQ(p->sideToMove, WHITE) << c.name;
+    }
+}
+
+// A line out of the table must not go on past a position the game is drawn in.
+TEST_F(HashTable, PrincipalVariationStopsAtADraw) {
+    const struct {
+        const char* name;
+        const char* fen;
+        std::vector<const char*> line;
+        const char* expected;
+    } cases[] = {
+        {"repetition of the start",
+         fenStartPos,
+         {"g1f3", "g8f6", "f3g1", "f6g8", "g1f3", "g8f6"},
+         "g1f3 g8f6 f3g1 f6g8 "},
+        {"fifty-move count runs out",
+         "4k3/8/8/8/8/8/8/4K1N1 w - - 98 80",
+         {"g1f3", "e8d7", "f3g5", "d7e7"},
+         "g1f3 e8d7 "},
+        {"a capture resets the count",
+         "4k3/8/8/8/8/8/3p4/4K1N1 w - - 99 80",
+         {"e1d2", "e8d7", "g1f3"},
+         "e1d2 e8d7 g1f3 "},
+    };
+    for (const auto& c : cases) {
+        clearHashTableMT();
+        storeLine(c.fen, c.line, std::vector<int>(c.line.size(), BOUND_EXACT), std::vector<int>(c.line.size(), 0));
+        testPosition p(c.fen);
+        getPVFromHashTable(p.get(), 20);
+        EXPECT_EQ(PVToString(p.get()), c.expected) << c.name;
     }
 }
 
