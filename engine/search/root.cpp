@@ -30,7 +30,6 @@ const int16_t aspMatrix[16][5] = {
 const int skipSize[16] = {1, 2, 2, 3, 3, 3, 4, 4, 6, 3, 2, 2, 4, 5, 3, 2};
 const int skipPhase[16] = {0, 1, 0, 1, 1, 0, 0, 2, 1, 0, 1, 1, 2, 1, 1, 0};
 
-constexpr int FULL_WINDOW_BELOW_DEPTH = 6;
 constexpr int REPORT_FROM_DEPTH = 10;
 constexpr int MAX_DEPTH = 127;
 
@@ -45,6 +44,42 @@ int mateInMoves(int score) {
 }
 
 }  // namespace
+
+namespace {
+
+void clampWindow(aspirationWindow& w) {
+    if (w.alpha < -SCORE_INFINITY) w.alpha = -SCORE_INFINITY;
+    if (w.beta > SCORE_INFINITY) w.beta = SCORE_INFINITY;
+}
+
+}  // namespace
+
+aspirationWindow openWindow(int depth, int previousScore, const int16_t* widths) {
+    aspirationWindow w;
+    w.alpha = -SCORE_INFINITY;
+    w.beta = SCORE_INFINITY;
+    if (depth >= FULL_WINDOW_BELOW_DEPTH) {
+        w.alpha = previousScore - widths[0];
+        w.beta = previousScore + widths[0];
+        clampWindow(w);
+    }
+    return w;
+}
+
+void widenAfterFailLow(aspirationWindow& w, int score, const int16_t* widths) {
+    w.failLow++;
+    w.beta = (w.alpha + w.beta) / 2;
+    w.alpha = w.failLow > 4 ? -SCORE_MATE : score - widths[w.failLow];
+    w.reduction = 0;
+    clampWindow(w);
+}
+
+void widenAfterFailHigh(aspirationWindow& w, int score, const int16_t* widths) {
+    w.failHigh++;
+    w.reduction++;
+    w.beta = w.failHigh >= 5 ? SCORE_MATE : score + widths[w.failHigh];
+    clampWindow(w);
+}
 
 int64_t searchElapsedMs() {
     int64_t elapsed = nowMs() - engine.startTime;
@@ -137,28 +172,17 @@ void worker::searchRoot() {
             pos->plyState[1].staticEval = 0;
 
             // Step 5. Aspiration windows.
-            int alpha = -SCORE_INFINITY, beta = SCORE_INFINITY;
-            if (depth >= FULL_WINDOW_BELOW_DEPTH) {
-                alpha = pos->rootScore - widths[0];
-                beta = pos->rootScore + widths[0];
-                if (alpha < -SCORE_INFINITY) alpha = -SCORE_INFINITY;
-                if (beta > SCORE_INFINITY) beta = SCORE_INFINITY;
-            }
-            int failLow = 0, failHigh = 0, reduction = 0;
+            aspirationWindow window = openWindow(depth, pos->rootScore, widths);
             for (;;) {
-                int searchDepthNow = depth - reduction < 1 ? 1 : depth - reduction;
-                int score = alfabeta(0, searchDepthNow, static_cast<short>(alpha), static_cast<short>(beta), pos);
+                int searchDepthNow = depth - window.reduction < 1 ? 1 : depth - window.reduction;
+                int score =
+                    alfabeta(0, searchDepthNow, static_cast<short>(window.alpha), static_cast<short>(window.beta), pos);
                 if (searchStopped()) break;
-                if (score <= alpha) {
-                    failLow++;
-                    beta = (alpha + beta) / 2;
-                    alpha = failLow > 4 ? -SCORE_MATE : score - widths[failLow];
-                    reduction = 0;
-                } else if (score >= beta) {
-                    failHigh++;
-                    reduction++;
-                    beta = failHigh >= 5 ? SCORE_MATE : score + widths[failHigh];
-                    if (mainThread && failLow == 0 && !engine.infinite.load(std::memory_order_relaxed) &&
+                if (score <= window.alpha) {
+                    widenAfterFailLow(window, score, widths);
+                } else if (score >= window.beta) {
+                    widenAfterFailHigh(window, score, widths);
+                    if (mainThread && window.failLow == 0 && !engine.infinite.load(std::memory_order_relaxed) &&
                         !theWorkForce.ponderSearch.load(std::memory_order_relaxed) && !engine.noTimeLimit &&
                         searchElapsedMs() > engine.softTime * stability)
                         stopTheSearch();
@@ -169,8 +193,6 @@ void worker::searchRoot() {
                     if (!isEmptyMove(pos->rootBestMove)) pos->bestMove = pos->rootBestMove;
                     break;
                 }
-                if (alpha < -SCORE_INFINITY) alpha = -SCORE_INFINITY;
-                if (beta > SCORE_INFINITY) beta = SCORE_INFINITY;
             }
             publishedNodes.store(ownNodes(), std::memory_order_relaxed);
             publishedTbHits.store(pos->tbHits, std::memory_order_relaxed);

@@ -55,6 +55,8 @@ TEST(Zobrist, EachFeatureChangesTheKeyByItsOwnTerm) {
         {"rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq e3 0 1",
          "rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq - 0 1", hashCodeEnpassant[4], true},
         {"4k3/8/8/pP6/8/8/8/4K3 w - a6 0 1", "4k3/8/8/pP6/8/8/8/4K3 w - - 0 1", hashCodeEnpassant[0], true},
+        {"4k3/8/8/6pP/8/8/8/4K3 w - g6 0 1", "4k3/8/8/6pP/8/8/8/4K3 w - - 0 1", hashCodeEnpassant[6], true},
+        {"4k3/8/8/8/pP6/8/8/4K3 b - b3 0 1", "4k3/8/8/8/pP6/8/8/4K3 b - - 0 1", hashCodeEnpassant[1], true},
         {"4k3/8/8/8/8/8/8/4K2N w - - 0 1", "4k3/8/8/8/8/8/8/4K3 w - - 0 1", hashCodePiece[WHITE_KNIGHT][7], true},
         {"4k3/8/8/8/8/8/p7/4K3 w - - 0 1", "4k3/8/8/8/8/8/8/4K3 w - - 0 1", hashCodePiece[BLACK_PAWN][8], false},
     };

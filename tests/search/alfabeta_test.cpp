@@ -2,10 +2,13 @@
 // mate and stalemate scores, mate distance, quiescence on captures and checks.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "engine/movegen/legal.h"
 #include "engine/movegen/makemove.h"
 #include "engine/search/search.h"
 #include "engine/search/searchdata.h"
+#include "engine/search/tt.h"
 #include "engine/threads/workforce.h"
 #include "tests/testutil.h"
 
@@ -68,23 +71,90 @@ TEST(Alfabeta, FindsMateInOneAndScoresItByDistance) {
     EXPECT_TRUE(sameMove(p.pos->rootBestMove, moveStruct{3, 59, 0, 0}));  // d1d8
 }
 
-TEST(Alfabeta, FiftyMoveRuleDrawsOnlyWhenAMoveExists) {
-    // A clock of 100 with legal moves draws even when one side is far ahead.
-    searchPosition drawn("6k1/8/8/8/8/8/8/QQ4K1 b - - 100 80");
-    EXPECT_EQ(drawn.search(1, 2), 0);
-    // Mate takes precedence over the fifty-move rule.
-    searchPosition mated("3R2k1/5ppp/8/8/8/8/5PPP/6K1 b - - 100 80");
-    EXPECT_EQ(mated.search(1, 2), 1 - 32000);
+// The fifty-move rule draws once the count reaches 100 with a move to make; a mate played on
+// the hundredth half-move still counts, one on the hundred-and-first does not.
+TEST(Alfabeta, FiftyMoveRuleAtItsBoundary) {
+    const char* mateInOne = "7k/8/6K1/8/8/8/8/R7 w - - %d 80";  // Ra8#
+    const char* mateInTwo = "7k/8/5K2/8/8/8/8/R7 w - - %d 80";  // Kg6 Kg8 Ra8#
+    const struct {
+        const char* fen;
+        int clock, ply, depth, expected;
+    } cases[] = {
+        {mateInOne, 98, 0, 3, 32000 - 1},                                // mate on the 99th half-move
+        {mateInOne, 99, 0, 3, 32000 - 1},                                // on the 100th
+        {mateInTwo, 97, 0, 4, 32000 - 3},                                // on the 100th
+        {mateInTwo, 98, 0, 4, 0},                                        // it would come on the 101st
+        {"6k1/8/8/8/8/8/8/QQ4K1 b - - %d 80", 100, 1, 2, 0},             // far ahead, but drawn
+        {"3R2k1/5ppp/8/8/8/8/5PPP/6K1 b - - %d 80", 100, 1, 2, -31999},  // mated all the same
+    };
+    for (const auto& c : cases) {
+        char fen[96];
+        std::snprintf(fen, sizeof(fen), c.fen, c.clock);
+        searchPosition p(fen);
+        EXPECT_EQ(p.search(c.ply, c.depth), c.expected) << fen;
+    }
 }
 
 TEST(Alfabeta, RepetitionDrawsBelowTheRootButNotAtIt) {
     // White is a queen up; the knights' shuffle returns to the same position.
-    const std::string fen = "6k1/8/8/8/8/8/1n6/QN4K1 w - - 0 1";
-    searchPosition p(fen);
+    searchPosition p("6k1/8/8/8/8/8/1n6/QN4K1 w - - 0 1");
     p.play({"b1c3", "b2d3", "c3b1", "d3b2"});
-    EXPECT_EQ(p.pos->hashKey, p.pos->hashHistory[p.pos->historyCount - 5]);
     EXPECT_EQ(p.search(1, 1), 0);
     EXPECT_NE(p.search(0, 1), 0);
+}
+
+// A repetition needs the same side to move and at least four plies since the position was
+// last on the board.
+TEST(Repetition, ShortestCyclesAndTheirLimits) {
+    const char* kings = "4k3/8/8/8/8/8/8/4K3 w - - 0 1";
+    const struct {
+        const char* fen;
+        std::vector<std::string> moves;
+        bool repeats;
+    } cases[] = {
+        {fenStartPos, {"g1f3", "g8f6", "f3g1", "f6g8"}, true},                  // four plies
+        {fenStartPos, {"g1f3", "g8f6", "f3g1"}, false},                         // other side to move
+        {fenStartPos, {"g1f3", "g8f6", "f3g1", "b8c6", "g1f3", "c6b8"}, true},  // four plies back
+        {kings, {"e1d1", "e8d8", "d1d2", "d8d7", "d2e1", "d7e8"}, true},        // six plies back only
+        {kings, {"e1d1", "e8d8", "d1d2", "d8d7", "d2e1"}, false},
+        {"4k3/4p3/8/8/8/8/8/4K3 b - - 0 1", {"e7e6", "e1d1", "e8d8", "d1e1", "d8e8"}, true},   // since e6
+        {"4k3/4p3/8/8/8/8/8/4K3 b - - 0 1", {"e8d8", "e1d1", "d8e8", "d1e1", "e7e6"}, false},  // pawn moved
+    };
+    for (const auto& c : cases) {
+        searchPosition p(c.fen);
+        p.play(c.moves);
+        EXPECT_EQ(isRepetition(p.pos.get()), c.repeats) << c.fen << " after " << c.moves.size() << " plies";
+    }
+}
+
+// An entry cuts only when its bound says the score is outside the window: an upper bound at
+// or above beta and a lower bound at or below alpha say nothing and must be searched.
+TEST(Alfabeta, HashEntryCutsOnlyOnABoundThatHolds) {
+    const int alpha = 100, beta = 101;
+    const struct {
+        int bound, score, depth;
+        bool cuts;
+    } cases[] = {
+        {BOUND_UPPER, 500, 5, false}, {BOUND_LOWER, -500, 5, false}, {BOUND_UPPER, -500, 5, true},
+        {BOUND_LOWER, 500, 5, true},  {BOUND_EXACT, 700, 5, true},
+    };
+    searchPosition fresh(fenStartPos);
+    const int searched = fresh.search(1, 2, alpha, beta);
+    for (const auto& c : cases) {
+        searchPosition p(fenStartPos);
+        storeHash(p.pos->hashKey, 1, EMPTYMOVE, c.score, c.depth, c.bound);
+        EXPECT_EQ(p.search(1, 2, alpha, beta), c.cuts ? c.score : searched)
+            << "bound " << c.bound << " score " << c.score << " depth " << c.depth;
+    }
+}
+
+// Mutual zugzwang: whoever moves must give up the pawn and loses. Passing (a null move) would
+// hide that, so it is not tried when only pawns are left.
+TEST(Alfabeta, PawnEndingZugzwangIsNotPassedOver) {
+    for (const char* fen : {"8/8/8/3Kp3/4Pk2/8/8/8 w - - 0 1", "8/8/8/3Kp3/4Pk2/8/8/8 b - - 0 1"}) {
+        searchPosition p(fen);
+        EXPECT_LT(p.search(0, 12), -500) << fen;
+    }
 }
 
 TEST(Alfabeta, InsufficientMaterialScoresZeroBelowTheRoot) {

@@ -1,5 +1,6 @@
 """The bench: a fixed search whose node count is the search's signature."""
 
+import os
 import re
 import subprocess
 import unittest
@@ -8,6 +9,14 @@ import uci_driver
 from uci_driver import Engine
 
 LAST_LINE = re.compile(r"(\d+) nodes (\d+) nps")
+# The node count the bench must give, recorded beside the test data. A change that alters the
+# search on purpose updates it in the same commit; any other change must leave it alone.
+SIGNATURE_FILE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "data", "bench_signature.txt")
+
+
+def recorded_signature():
+    with open(SIGNATURE_FILE) as f:
+        return int(f.read().strip())
 
 
 def command_line_bench(timeout):
@@ -45,8 +54,10 @@ class Bench(unittest.TestCase):
             self.assertEqual(engine.quit(), 0)
             return int(match.group(1))
 
-    def test_node_count_is_repeatable_and_independent_of_the_options(self):
+    def test_node_count_is_the_recorded_signature_and_independent_of_the_options(self):
         first = self.cli_nodes()
+        self.assertEqual(first, recorded_signature(), "the bench signature moved; if the search was changed on "
+                         "purpose, record the new count in tests/data/bench_signature.txt")
         if not uci_driver.is_instrumented():  # a sanitizer build takes minutes per run
             self.assertEqual(self.cli_nodes(), first)
         # The bench always uses one thread and its own table size, whatever the options say.

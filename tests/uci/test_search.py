@@ -187,6 +187,18 @@ class SearchReports(unittest.TestCase):
                 self.assertIsNotNone(best, lines[-1])
                 self.assertNotEqual(best.group(1), "0000")
 
+    def test_search_length_follows_the_own_clock(self):
+        # The side to move has 300 ms and no increment; the other side has ten minutes and a
+        # large increment, which must not lengthen the search.
+        cases = [("startpos", "go wtime 300 btime 600000 winc 0 binc 20000"),
+                 ("startpos moves e2e4", "go wtime 600000 btime 300 winc 20000 binc 0")]
+        for position, go in cases:
+            with self.subTest(go=go):
+                self.engine.command("position " + position)
+                start = self.engine.send(go)
+                lines = self.engine.read_until("bestmove.*", 120 * self.scale)
+                self.assertLess(lines[-1].at - start, 0.3 + 0.2 * self.scale)
+
     def test_clock_without_time_left_still_answers(self):
         self.engine.command("position startpos moves e2e4")
         for go in ["go wtime 0 btime 0", "go wtime -100 btime -100", "go btime 1 movestogo 1",

@@ -61,6 +61,27 @@ TEST(TimeAllocation, WorkedExamples) {
     engine.nofThreads = 1;
 }
 
+// Each side plans with its own clock and increment only: the other side's, very different, must
+// not leak in. Same budgets as the newGameSlowClock example, whichever side is to move.
+TEST(TimeAllocation, FollowsTheSideToMovesOwnClock) {
+    for (int side : {0, 1}) {
+        engine.time[side] = 60000;
+        engine.inc[side] = 1000;
+        engine.time[side ^ 1] = 1000;
+        engine.inc[side ^ 1] = 0;
+        engine.movestogoGiven = false;
+        engine.movestogo = 30;
+        engine.gamePly = 10;
+        engine.movetime = 0;
+        engine.moveOverhead = 100;
+        engine.ponderOption = false;
+        engine.newGame = true;
+        allocateTime(side);
+        EXPECT_EQ(engine.softTime, 1864) << "side " << side;
+        EXPECT_EQ(engine.hardTime, 9320) << "side " << side;
+    }
+}
+
 TEST(TimeAllocation, ShortOfTimeRaisesTheScale) {
     engine.time[0] = 105;
     engine.inc[0] = 0;
