@@ -11,14 +11,17 @@
 #include "engine/board/attacks.h"
 #include "engine/board/position.h"
 #include "engine/board/zobrist.h"
+#include "engine/eval/evaluate.h"
 #include "engine/movegen/legal.h"
+#include "engine/search/engine.h"
+#include "engine/search/tables.h"
 #include "engine/search/tt.h"
-#include "engine/uci/engine.h"
 
 inline void initTables() {
     static std::once_flag once;
     std::call_once(once, [] {
-        initBitboardConstants();
+        initAttackTables();
+        initLMR();
         copyHashCodes();
         engine.hashSize = 1;
         resizeHashTable(1);
@@ -33,6 +36,7 @@ struct testPosition {
         initTables();
         pos->plyState[0].moveList = buffer.get();
         setPosition(fen, pos.get());
+        computeEvalSums(pos.get());
     }
     positionStruct* operator->() { return pos.get(); }
     positionStruct* get() { return pos.get(); }

@@ -10,7 +10,7 @@
 #include "engine/board/attacks.h"
 #include "engine/board/zobrist.h"
 #include "engine/eval/psqt.h"
-#include "engine/uci/output.h"
+#include "engine/util/output.h"
 
 std::vector<texelPosStruct> texelPositions;
 int32_t texelSkippedLines = 0;
@@ -243,8 +243,8 @@ double runTexelLoop() {
 
 void doTheTexel() {
     // Step 1. Constant tables and keys, as the set-up of positions needs them
-    initBitboardConstants();
-    initHashCodeTables();
+    initAttackTables();
+    copyHashCodes();
 
     // Step 2. The data set
     if (readTexelPos() != 0) {

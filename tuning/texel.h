@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "engine/board/position.h"
-#include "engine/threads/parked.h"
+#include "engine/util/parked.h"
 
 constexpr const char* TEXEL_FILE_NAME = "lichess-good.epd";
 constexpr int NOF_TEXEL_WORKERS = 24;

@@ -19,6 +19,7 @@ void texelWorker::calcTexelPosSubset() {
     double sum = 0.0;
     for (const texelPosStruct& labelled : positions) {
         setPositionView(labelled.fen, position);
+        computeEvalSums(position);
         // Material, squares and tempo only: the tuned part of the evaluation, from White's view.
         int eval = static_cast<int16_t>(taperScore(packedBalance(position), position->phase));
         double predicted = 1.0 / (1.0 + std::pow(10.0, -TEXEL_K * eval / 400.0));

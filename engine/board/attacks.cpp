@@ -2,7 +2,6 @@
 #include "engine/board/attacks.h"
 
 #include "engine/board/position.h"
-#include "engine/search/tables.h"
 
 bitboard knightAttackTable[64];
 bitboard kingAttackTable[64];
@@ -191,11 +190,9 @@ void initInBetweenSquares() {
 
 }  // namespace
 
-void initBitboardConstants() {
+void initAttackTables() {
     initLeaperAndPawnTables();
     findMagics(bishopAttackLUT, bishopAttackTable, bishopDirections, magicSeeds[0]);
     findMagics(rookAttackLUT, rookAttackTable, rookDirections, magicSeeds[1]);
     initInBetweenSquares();
-    initLMR();
-    GPSData.plyState[0].moveList = GMS;
 }

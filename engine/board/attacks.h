@@ -30,8 +30,8 @@ extern magicStruct rookAttackLUT[64];
 extern bitboard bishopAttackTable[BISHOP_TABLE_SIZE];
 extern bitboard rookAttackTable[ROOK_TABLE_SIZE];
 
-// Fills every table above, the search's LMR table, and points GPSData's first move list at GMS.
-void initBitboardConstants();
+// Fills every table above.
+void initAttackTables();
 
 inline bitboard bishopAttacks(int square, bitboard occupied) {
     const magicStruct& m = bishopAttackLUT[square];

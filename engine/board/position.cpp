@@ -6,7 +6,6 @@
 
 #include "engine/board/attacks.h"
 #include "engine/board/zobrist.h"
-#include "engine/eval/evaluate.h"
 
 positionStruct GPSData;
 moveStruct GMS[GMS_BYTES / sizeof(moveStruct)];
@@ -218,7 +217,6 @@ void setPositionView(std::string_view fen, positionStruct* pos) {
     entry.movedPiece = 0;
     entry.currentMove = EMPTYMOVE;
     entry.inCheck = isSideInCheck(pos, pos->sideToMove) ? 1 : 0;
-    computeEvalSums(pos);
 }
 
 bool validateFen(const std::string& fen, std::string* reason) {

@@ -15,5 +15,3 @@ extern uint64_t hashCodeBlackToMove;
 
 // Distributes hashCodeRandomNumber into the working tables.
 void copyHashCodes();
-// Copies the keys, then sizes the transposition table from the Hash setting and clears it.
-void initHashCodeTables();

@@ -1,22 +1,10 @@
-// Perft and the move-generator self-check against a file of known counts.
+// Perft: the leaf count of the legal move tree, bulk-counted at the last ply.
 #include "engine/movegen/perft.h"
 
 #include "engine/board/attacks.h"
-
-#include <chrono>
-#include <fstream>
-#include <iostream>
-#include <memory>
-#include <vector>
-
 #include "engine/movegen/legal.h"
 #include "engine/movegen/makemove.h"
 #include "engine/movegen/staged.h"
-#include "engine/search/tt.h"
-
-#ifndef VORIX_PERFT_FILE
-#define VORIX_PERFT_FILE "perft.txt"
-#endif
 
 namespace {
 
@@ -134,74 +122,4 @@ uint64_t perft(int ply, int depth, positionStruct* pos) {
         unmakeMove(pos, ply, *m);
     }
     return nodes;
-}
-
-namespace {
-
-// Move lists for a perft of the deepest allowed depth.
-std::vector<moveStruct> perftMoveBuffer() { return std::vector<moveStruct>(MAX_PERFT_DEPTH * MAX_MOVES_PER_PLY); }
-
-}  // namespace
-
-bool testFenPosition(int depth, const std::string& fen) {
-    if (depth > MAX_PERFT_DEPTH) {
-        std::cout << "info string perft depth " << depth << " is too deep; at most " << MAX_PERFT_DEPTH << std::endl;
-        return false;
-    }
-    std::unique_ptr<positionStruct> pos(new positionStruct(GPSData));
-    if (fen != "current") setPosition(fen, pos.get());
-    std::vector<moveStruct> buffer = perftMoveBuffer();
-    pos->plyState[0].moveList = buffer.data();
-    std::cout << boardToString(pos.get());
-    auto start = std::chrono::system_clock::now();
-    uint64_t nodes = perft(0, depth, pos.get());
-    auto stop = std::chrono::system_clock::now();
-    int64_t ns = std::chrono::duration_cast<std::chrono::nanoseconds>(stop - start).count();
-    double seconds = ns / 1e9;
-    std::cout << ns << " ns and " << seconds << " in seconds" << std::endl;
-    std::cout << "Perft results for depth: " << depth << "  " << nodes << "  Nodes per sec: " << nodes / seconds
-              << "\n";
-    return true;
-}
-
-bool checkMoveGenWithPerft() { return checkMoveGenWithPerft(VORIX_PERFT_FILE); }
-
-bool checkMoveGenWithPerft(const std::string& path) {
-    std::ifstream file(path);
-    if (!file) {
-        std::cout << "There seems to be a problem with the perftFile. check of the move generator not executed\n";
-        return false;
-    }
-    std::unique_ptr<positionStruct> pos(new positionStruct());
-    std::vector<moveStruct> buffer = perftMoveBuffer();
-    pos->plyState[0].moveList = buffer.data();
-    bool ok = true;
-    std::string line;
-    while (std::getline(file, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        // "extended" or "full" ends the part of the file that is run, deliberately.
-        if (line == "extended" || line == "full") break;
-        size_t first = line.find(';');
-        size_t second = line.find(';', first == std::string::npos ? first : first + 1);
-        if (first == std::string::npos || second == std::string::npos) continue;
-        std::string fen = line.substr(0, first);
-        int depth = std::stoi(line.substr(first + 1, second - first - 1));
-        uint64_t expected = std::stoull(line.substr(second + 1));
-        std::string reason;
-        uint64_t nodes = 0;
-        auto start = std::chrono::system_clock::now();
-        if (depth <= MAX_PERFT_DEPTH && validateFen(fen, &reason)) {
-            setPosition(fen, pos.get());
-            nodes = perft(0, depth, pos.get());
-        }
-        auto stop = std::chrono::system_clock::now();
-        int64_t ns = std::chrono::duration_cast<std::chrono::nanoseconds>(stop - start).count();
-        bool match = nodes == expected;
-        ok = ok && match;
-        std::cout << (match ? 1 : 0) << "; " << fen << "; " << depth << "; " << expected << "; " << nodes << "; " << ns
-                  << "\n";
-        allocateHashBuckets(2097152);  // the self-check leaves a 128 MB table behind, deliberately
-    }
-    std::cout << "Results of the perft checks is OK: " << (ok ? 1 : 0) << "\n";
-    return ok;
 }

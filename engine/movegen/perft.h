@@ -1,8 +1,7 @@
-// Perft: leaf counts of the legal move tree, the "perft" command and the "rtest" self-check.
+// Perft: leaf counts of the legal move tree.
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 #include "engine/board/position.h"
 
@@ -14,10 +13,3 @@ constexpr int MAX_PERFT_DEPTH = MAX_PLY;
 // keeps depth <= MAX_PERFT_DEPTH and points plyState[ply].moveList at room for the lists of
 // depth plies (MAX_MOVES_PER_PLY each).
 uint64_t perft(int ply, int depth, positionStruct* pos);
-// Prints the board, times one perft run of fen ("current" = the game position) and reports.
-// A depth above MAX_PERFT_DEPTH gets one info string line and no run; false then.
-bool testFenPosition(int depth, const std::string& fen);
-// Replays the perft file; true when every line matched.
-bool checkMoveGenWithPerft();
-// Same, on a given file (the build-time path is the default).
-bool checkMoveGenWithPerft(const std::string& path);

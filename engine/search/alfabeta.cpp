@@ -12,8 +12,6 @@
 #include "engine/search/tablebase.h"
 #include "engine/search/tables.h"
 #include "engine/search/tt.h"
-#include "engine/threads/workforce.h"
-#include "engine/uci/engine.h"
 
 namespace {
 
@@ -144,19 +142,18 @@ void rewardQuietCutoff(positionStruct* pos, int ply, int depth, moveStruct move,
 }  // namespace
 
 void checkSearchLimits(positionStruct* pos) {
-    worker* self = theWorkForce.workers.empty() ? nullptr : theWorkForce.workers[pos->workerId];
-    if (self) {
-        self->publishedNodes.store(pos->nodeCount + pos->qNodeCount, std::memory_order_relaxed);
-        self->publishedTbHits.store(pos->tbHits, std::memory_order_relaxed);
-    }
-    if (engine.nodes && self && theWorkForce.totalNodes(self) >= engine.nodes) {
-        stopTheSearch();
+    searchDataStruct* data = pos->search;
+    searchControlStruct* control = data->control;
+    const engineStruct& limits = *control->limits;
+    const uint64_t own = pos->nodeCount + pos->qNodeCount;
+    data->progress.nodes.store(own, std::memory_order_relaxed);
+    data->progress.tbHits.store(pos->tbHits, std::memory_order_relaxed);
+    if (limits.nodes && control->totalNodes(pos->workerId, own) >= limits.nodes) {
+        control->stop();
         return;
     }
-    if (engine.infinite.load(std::memory_order_relaxed) || theWorkForce.ponderSearch.load(std::memory_order_relaxed) ||
-        engine.noTimeLimit)
-        return;
-    if (nowMs() - engine.startTime >= engine.hardTime) stopTheSearch();
+    if (limits.infinite.load(std::memory_order_relaxed) || control->pondering() || limits.noTimeLimit) return;
+    if (nowMs() - limits.startTime >= limits.hardTime) control->stop();
 }
 
 int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, positionStruct* pos) {
@@ -169,10 +166,10 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
 
     // Step 2. Look at the clock every checkInterval nodes.
     if (--pos->timeCheckCounter < 0) {
-        pos->timeCheckCounter = engine.checkInterval;
+        pos->timeCheckCounter = pos->search->control->limits->checkInterval;
         checkSearchLimits(pos);
     }
-    if (searchStopped()) return 0;
+    if (searchStopped(pos)) return 0;
 
     // Step 3. Draws and mate distance (never at the root).
     if (ply > 0) {
@@ -207,10 +204,11 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     if (!hit) hashed.bound = BOUND_NONE;
 
     // Step 5. Endgame tablebases, right after a capture or pawn move.
-    if (ply > 0 && TB_LARGEST > 0 && pos->halfMoveClock == 0 && entry->castlingRights == 0) {
+    if (ply > 0 && tablebaseLargest > 0 && pos->halfMoveClock == 0 && entry->castlingRights == 0) {
         int pieces = popCount(occupancy(pos));
-        if (pieces < TB_LARGEST ||
-            (pieces == TB_LARGEST && depth >= engine.syzygyProbeDepth.load(std::memory_order_relaxed))) {
+        if (pieces < tablebaseLargest ||
+            (pieces == tablebaseLargest &&
+             depth >= pos->search->control->limits->syzygyProbeDepth.load(std::memory_order_relaxed))) {
             int wdl = syzygyProbeWDL(ply, pos);
             if (wdl >= 0) {
                 pos->tbHits++;
@@ -271,7 +269,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
                 uint64_t savedKey = makeNullMove(pos, ply);
                 int score = searchChild(ply, depth - reduction, beta - 1, beta, pos);
                 unmakeNullMove(pos, savedKey);
-                if (searchStopped()) return 0;
+                if (searchStopped(pos)) return 0;
                 if (score >= beta) return score < 31873 ? score : beta;  // a null-move mate is not trusted
             }
 
@@ -293,7 +291,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
                     int score = -quiescence(ply + 1, 0, toShort(-rbeta), toShort(-rbeta + 1), pos);
                     if (score >= rbeta) score = searchChild(ply, depth - 3, rbeta - 1, rbeta, pos);
                     unmakeMove(pos, ply, move);
-                    if (searchStopped()) return 0;
+                    if (searchStopped(pos)) return 0;
                     if (score >= rbeta) return score;
                 }
             }
@@ -301,7 +299,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
             // Step 12. Internal iterative deepening when there is no hash move.
             if (isEmptyMove(entry->hashMove) && depth >= IID_DEPTH && (pvNode || pruneValue >= beta - IID_MARGIN)) {
                 alfabeta(ply, depth - 2, toShort(alpha), toShort(beta), pos);
-                if (searchStopped()) return 0;
+                if (searchStopped(pos)) return 0;
                 entry->staticEval = static_cast<int16_t>(eval);
                 if (probeHash(pos->hashKey, ply, &hashed)) {
                     hit = true;
@@ -371,7 +369,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
                 pos->plyState[ply + 1].inCheck = otherChecks ? 1 : 0;
                 int score = searchChild(ply, verifyDepth, singularBeta, singularBeta + 1, pos);
                 unmakeMove(pos, ply, other);
-                if (searchStopped()) return 0;
+                if (searchStopped(pos)) return 0;
                 if (score > singularBest) singularBest = score;
                 if (singularBest > singularBeta) break;
             }
@@ -422,7 +420,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
             if (score > alpha && score < beta) score = searchChild(ply, newDepth, alpha, beta, pos);
         }
         unmakeMove(pos, ply, move);
-        if (searchStopped()) return 0;
+        if (searchStopped(pos)) return 0;
         moveCount++;
 
         if (score > best) {

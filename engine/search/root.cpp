@@ -8,12 +8,11 @@
 #include <sstream>
 
 #include "engine/movegen/legal.h"
+#include "engine/search/engine.h"
 #include "engine/search/search.h"
 #include "engine/search/tablebase.h"
 #include "engine/search/tt.h"
-#include "engine/threads/workforce.h"
-#include "engine/uci/engine.h"
-#include "engine/uci/output.h"
+#include "engine/util/output.h"
 
 namespace {
 
@@ -81,8 +80,8 @@ void widenAfterFailHigh(aspirationWindow& w, int score, const int16_t* widths) {
     clampWindow(w);
 }
 
-int64_t searchElapsedMs() {
-    int64_t elapsed = nowMs() - engine.startTime;
+int64_t searchElapsedMs(const engineStruct& limits) {
+    int64_t elapsed = nowMs() - limits.startTime;
     return elapsed < 1 ? 1 : elapsed;
 }
 
@@ -100,14 +99,16 @@ void collectPrincipalVariation(positionStruct* pos) {
     pos->ponderMove = pos->pvHasPonder ? pos->pv[1] : EMPTYMOVE;
 }
 
-void worker::searchRoot() {
-    positionStruct* pos = position;
-    const int index = workerId;
+void searchRoot(positionStruct* pos) {
+    searchDataStruct* data = pos->search;
+    searchControlStruct* control = data->control;
+    const engineStruct& limits = *control->limits;
+    const int index = pos->workerId;
     const bool mainThread = index == 0;
-    const int threads = static_cast<int>(theWorkForce.workers.size());
+    const int threads = control->threadCount();
 
     // Step 1. Root moves and the starting state.
-    pos->timeCheckCounter = engine.checkInterval;
+    pos->timeCheckCounter = limits.checkInterval;
     pos->plyState[0].killer1 = pos->plyState[0].killer2 = EMPTYMOVE;
     generateMovesLegal(0, pos->plyState[0].moveList, pos);
     const int rootMoves = moveCount(pos, 0);
@@ -121,7 +122,7 @@ void worker::searchRoot() {
     pos->pv[0] = pos->bestMove;
     pos->pvLength = rootMoves > 0 ? 1 : 0;
     pos->rootBestMove = EMPTYMOVE;
-    searchDepth.store(0, std::memory_order_relaxed);
+    data->progress.depth.store(0, std::memory_order_relaxed);
 
     // Step 2. No legal move: mated or stalemate, answered at once.
     if (rootMoves == 0) {
@@ -131,8 +132,8 @@ void worker::searchRoot() {
     }
 
     // Step 3. A tablebase position is answered from the DTZ tables.
-    if (mainThread && TB_LARGEST > 0 && pos->plyState[0].castlingRights == 0 &&
-        popCount(occupancy(pos)) <= TB_LARGEST) {
+    if (mainThread && tablebaseLargest > 0 && pos->plyState[0].castlingRights == 0 &&
+        popCount(occupancy(pos)) <= tablebaseLargest) {
         moveStruct tbMove = syzygyProbeDTZ(pos);
         if (!isEmptyMove(tbMove)) {
             pos->bestMove = tbMove;
@@ -141,7 +142,7 @@ void worker::searchRoot() {
             pos->pvHasPonder = 0;
             pos->pv[0] = tbMove;
             pos->pvLength = 1;
-            stopTheSearch();
+            control->stop();
             return;
         }
     }
@@ -159,14 +160,13 @@ void worker::searchRoot() {
             if (depth >= REPORT_FROM_DEPTH) {
                 int ahead = 0;
                 for (int t = 0; t < threads; t++)
-                    if (t != index && theWorkForce.workers[t]->searchDepth.load(std::memory_order_relaxed) >= depth)
-                        ahead++;
+                    if (t != index && control->progress[t]->depth.load(std::memory_order_relaxed) >= depth) ahead++;
                 skipIteration = ahead >= needed;
             }
         }
 
         if (!skipIteration) {
-            searchDepth.store(depth, std::memory_order_relaxed);
+            data->progress.depth.store(depth, std::memory_order_relaxed);
             pos->bestMoveChanges = 0;
             pos->plyState[1].killer1 = pos->plyState[1].killer2 = EMPTYMOVE;
             pos->plyState[1].staticEval = 0;
@@ -177,15 +177,15 @@ void worker::searchRoot() {
                 int searchDepthNow = depth - window.reduction < 1 ? 1 : depth - window.reduction;
                 int score =
                     alfabeta(0, searchDepthNow, static_cast<short>(window.alpha), static_cast<short>(window.beta), pos);
-                if (searchStopped()) break;
+                if (searchStopped(pos)) break;
                 if (score <= window.alpha) {
                     widenAfterFailLow(window, score, widths);
                 } else if (score >= window.beta) {
                     widenAfterFailHigh(window, score, widths);
-                    if (mainThread && window.failLow == 0 && !engine.infinite.load(std::memory_order_relaxed) &&
-                        !theWorkForce.ponderSearch.load(std::memory_order_relaxed) && !engine.noTimeLimit &&
-                        searchElapsedMs() > engine.softTime * stability)
-                        stopTheSearch();
+                    if (mainThread && window.failLow == 0 && !limits.infinite.load(std::memory_order_relaxed) &&
+                        !control->pondering() && !limits.noTimeLimit &&
+                        searchElapsedMs(limits) > limits.softTime * stability)
+                        control->stop();
                 } else {
                     pos->rootScore = static_cast<int16_t>(score);
                     pos->completedDepth = static_cast<int16_t>(depth);
@@ -194,16 +194,17 @@ void worker::searchRoot() {
                     break;
                 }
             }
-            publishedNodes.store(ownNodes(), std::memory_order_relaxed);
-            publishedTbHits.store(pos->tbHits, std::memory_order_relaxed);
+            const uint64_t ownNodes = pos->nodeCount + pos->qNodeCount;
+            data->progress.nodes.store(ownNodes, std::memory_order_relaxed);
+            data->progress.tbHits.store(pos->tbHits, std::memory_order_relaxed);
 
             // Step 6. Every thread keeps the line of its completed iteration while the table
             // still holds it; the main thread reports it.
-            if (pos->completedDepth == depth && !searchStopped()) collectPrincipalVariation(pos);
-            if (mainThread && pos->completedDepth == depth && !searchStopped()) {
-                uint64_t nodes = theWorkForce.totalNodes(this);
-                uint64_t tbHits = theWorkForce.totalTbHits(this);
-                int64_t elapsed = searchElapsedMs();
+            if (pos->completedDepth == depth && !searchStopped(pos)) collectPrincipalVariation(pos);
+            if (mainThread && pos->completedDepth == depth && !searchStopped(pos)) {
+                uint64_t nodes = control->totalNodes(index, ownNodes);
+                uint64_t tbHits = control->totalTbHits(index, pos->tbHits);
+                int64_t elapsed = searchElapsedMs(limits);
                 int score = pos->rootScore;
                 if (depth >= REPORT_FROM_DEPTH)
                     say(infoScoreLine(score, depth, pos->selDepth, nodes, tbHits, elapsed, PVToString(pos)));
@@ -216,7 +217,7 @@ void worker::searchRoot() {
         }
 
         // Step 7. End-of-iteration decisions of the main thread.
-        if (searchStopped()) break;
+        if (searchStopped(pos)) break;
         if (!mainThread) continue;
         if (depth >= FULL_WINDOW_BELOW_DEPTH) {
             int changes = pos->bestMoveChanges;
@@ -227,15 +228,15 @@ void worker::searchRoot() {
             if (stability < 0.6) stability = 0.6;
             if (stability > 2.0) stability = 2.0;
         }
-        if (engine.depth > 0 && depth >= engine.depth) break;
+        if (limits.depth > 0 && depth >= limits.depth) break;
         // A mate limit ends the search once the mate has been reported.
-        if (engine.mate > 0 && pos->rootScore > MATE_THRESHOLD && isMateWithin(pos->rootScore, depth) &&
-            mateInMoves(pos->rootScore) <= engine.mate)
+        if (limits.mate > 0 && pos->rootScore > MATE_THRESHOLD && isMateWithin(pos->rootScore, depth) &&
+            mateInMoves(pos->rootScore) <= limits.mate)
             break;
-        if (!engine.infinite.load(std::memory_order_relaxed) && !engine.noTimeLimit &&
-            searchElapsedMs() * engine.timeScale > engine.softTime * stability) {
-            theWorkForce.bossFinished.store(true, std::memory_order_relaxed);
-            if (!theWorkForce.ponderSearch.load(std::memory_order_relaxed)) break;
+        if (!limits.infinite.load(std::memory_order_relaxed) && !limits.noTimeLimit &&
+            searchElapsedMs(limits) * limits.timeScale > limits.softTime * stability) {
+            control->bossFinished.store(true, std::memory_order_relaxed);
+            if (!control->pondering()) break;
         }
     }
 }

@@ -5,12 +5,17 @@
 #include <string>
 
 #include "engine/board/position.h"
+#include "engine/search/engine.h"
 
 // "info score cp S depth D seldepth SD nodes N nps P time T tbhits H pv ..." as one line.
 std::string infoScoreLine(int score, int depth, int selDepth, uint64_t nodes, uint64_t tbHits, int64_t timeMs,
                           const std::string& pv);
 // Milliseconds since the search started, at least 1.
-int64_t searchElapsedMs();
+int64_t searchElapsedMs(const engineStruct& limits);
+// One whole iterative-deepening search of the thread's position (pos->search holds the
+// thread's tables and its view of the shared control record; pos->workerId is its index, 0 for
+// the main thread, which also reports).
+void searchRoot(positionStruct* pos);
 // Recomputes the thread's principal variation from the hash table, starting with its best move,
 // and sets its ponder move.
 void collectPrincipalVariation(positionStruct* pos);

@@ -1,10 +1,11 @@
 // Per-thread search tables: histories, counter moves and the move buffer of the search stack.
-// Each search thread owns one; nothing here is shared between threads.
+// Each search thread owns one; only `progress` is read by other threads (see control.h).
 #pragma once
 
 #include <cstdint>
 
 #include "engine/board/position.h"
+#include "engine/search/control.h"
 
 constexpr int HISTORY_MAX = 8192;  // histories approach +-HISTORY_MAX under the gravity update
 constexpr int MOVE_BUFFER_SIZE = (MAX_PLY + 2) * MAX_MOVES_PER_PLY;
@@ -22,6 +23,10 @@ struct searchDataStruct {
     continuationTable followUpHistory;     // keyed by the move two plies back
     moveStruct moveBuffer[MOVE_BUFFER_SIZE];
     int32_t quietScores[MOVE_BUFFER_SIZE];  // ordering scores of quiet moves, parallel to moveBuffer
+
+    // The thread's view of the outside: the shared record and its own slot in it.
+    searchControlStruct* control = nullptr;
+    threadProgressStruct progress;
 };
 
 // Zeroes the histories and counter moves.

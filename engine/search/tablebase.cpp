@@ -7,7 +7,20 @@
 #include <sstream>
 
 #include "engine/search/tt.h"
-#include "engine/uci/output.h"
+#include "engine/util/output.h"
+#include "fathom/tbprobe.h"
+
+int tablebaseLargest = 0;
+
+void tablebaseInit(const std::string& path) {
+    tb_init(path.c_str());
+    tablebaseLargest = TB_LARGEST;
+}
+
+void tablebaseFree() {
+    tb_free();
+    tablebaseLargest = 0;
+}
 
 namespace {
 

@@ -3,7 +3,16 @@
 #pragma once
 
 #include "engine/board/position.h"
-#include "fathom/tbprobe.h"
+
+// Pieces in the largest table loaded, 0 when none: a copy of the prober's own count, kept here so
+// that the search tests it without reaching into the prober.
+extern int tablebaseLargest;
+
+// Releases the tables of an earlier path, then loads those under `path` (directories separated
+// by ':'; empty or "<empty>" loads none). The prober prints how many it found.
+void tablebaseInit(const std::string& path);
+// Releases every table.
+void tablebaseFree();
 
 // WDL + 2 from the side to move's view (0 loss, 1 blessed loss, 2 draw, 3 cursed win, 4 win),
 // or -1 when the probe failed. The fifty-move counter is taken as 0 inside the tree.

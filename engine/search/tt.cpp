@@ -12,7 +12,7 @@
 #include "engine/board/zobrist.h"
 #include "engine/movegen/legal.h"
 #include "engine/movegen/makemove.h"
-#include "engine/uci/engine.h"
+#include "engine/search/engine.h"
 
 bucketStruct* hashTable = nullptr;
 uint64_t hashKeyMask = 0;
@@ -144,9 +144,4 @@ void getPVFromHashTable(positionStruct* pos, int maxLength, moveStruct first) {
     }
     for (int ply = taken - 1; ply >= 0; ply--) unmakeMove(pos, ply, pos->pv[ply]);
     pos->pvLength = static_cast<int16_t>(taken);
-}
-
-void initHashCodeTables() {
-    copyHashCodes();
-    resizeHashTable(engine.hashSize);
 }

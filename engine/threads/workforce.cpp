@@ -8,11 +8,11 @@
 #include <sstream>
 #include <system_error>
 
+#include "engine/search/engine.h"
 #include "engine/search/root.h"
 #include "engine/search/search.h"
 #include "engine/search/tt.h"
-#include "engine/uci/engine.h"
-#include "engine/uci/output.h"
+#include "engine/util/output.h"
 
 workForce theWorkForce;
 
@@ -22,18 +22,12 @@ uint32_t searchCounter = 0;  // number of searches started, steers the hash age
 
 }  // namespace
 
-void clearSearchHistory(searchDataStruct* data) {
-    std::memset(data->history, 0, sizeof(data->history));
-    std::memset(data->counterMoves, 0, sizeof(data->counterMoves));
-    std::memset(data->counterMoveHistory, 0, sizeof(data->counterMoveHistory));
-    std::memset(data->followUpHistory, 0, sizeof(data->followUpHistory));
-}
-
 worker::worker(int id) : workerId(id) {
     std::memset(static_cast<void*>(&rootPosition), 0, sizeof(rootPosition));
     position = &rootPosition;
     rootPosition.search = &searchData;
     rootPosition.workerId = id;
+    searchData.control = &theWorkForce;
     startThread();  // returns once the new thread is parked
 }
 
@@ -45,24 +39,12 @@ void worker::prepareSearch(const positionStruct& game) {
     rootPosition.nodeCount = rootPosition.qNodeCount = rootPosition.tbHits = 0;
     rootPosition.selDepth = 0;
     rootPosition.pvLength = 0;
-    publishedNodes.store(0, std::memory_order_relaxed);
-    publishedTbHits.store(0, std::memory_order_relaxed);
-    searchDepth.store(0, std::memory_order_relaxed);
+    searchData.progress.nodes.store(0, std::memory_order_relaxed);
+    searchData.progress.tbHits.store(0, std::memory_order_relaxed);
+    searchData.progress.depth.store(0, std::memory_order_relaxed);
 }
 
-uint64_t workForce::totalNodes(const worker* caller) const {
-    uint64_t total = 0;
-    for (const worker* w : workers)
-        total += w == caller ? w->ownNodes() : w->publishedNodes.load(std::memory_order_relaxed);
-    return total;
-}
-
-uint64_t workForce::totalTbHits(const worker* caller) const {
-    uint64_t total = 0;
-    for (const worker* w : workers)
-        total += w == caller ? w->position->tbHits : w->publishedTbHits.load(std::memory_order_relaxed);
-    return total;
-}
+void worker::searchRoot() { ::searchRoot(position); }
 
 void workForce::setNofWorkers(int n) {
     if (!workers.empty()) {
@@ -71,6 +53,7 @@ void workForce::setNofWorkers(int n) {
             delete workers.back();
             workers.pop_back();
         }
+        progress.clear();
     }
     if (n < 1) return;
     workers.push_back(new boss());
@@ -80,7 +63,10 @@ void workForce::setNofWorkers(int n) {
         while (static_cast<int>(workers.size()) < n) workers.push_back(new worker(static_cast<int>(workers.size())));
     } catch (const std::exception&) {
     }
-    for (worker* w : workers) clearSearchHistory(&w->searchData);
+    for (worker* w : workers) {
+        clearSearchHistory(&w->searchData);
+        progress.push_back(&w->searchData.progress);
+    }
 }
 
 bool isSearching() {
@@ -161,7 +147,7 @@ void boss::searchRoot() {
     }
     positionStruct* result = chosen->position;
     if (chosen != this && !isEmptyMove(result->bestMove)) {
-        int64_t elapsed = searchElapsedMs();
+        int64_t elapsed = searchElapsedMs(engine);
         say(infoScoreLine(result->rootScore, result->completedDepth, result->selDepth, nodes, theWorkForce.tbHitsTotal,
                           elapsed, PVToString(result)));
     }

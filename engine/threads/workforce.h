@@ -7,8 +7,9 @@
 #include <vector>
 
 #include "engine/board/position.h"
+#include "engine/search/control.h"
 #include "engine/search/searchdata.h"
-#include "engine/threads/parked.h"
+#include "engine/util/parked.h"
 
 class worker : public parkedThread {
 public:
@@ -17,16 +18,10 @@ public:
     // One whole iterative-deepening search of rootPosition.
     virtual void searchRoot();
 
-    searchDataStruct searchData;  // histories and the move buffer, owned by this thread alone
+    searchDataStruct searchData;  // histories, the move buffer and the published progress
     int32_t workerId;
     positionStruct rootPosition;
     positionStruct* position;
-
-    // Read by other threads while this one searches: published every clock check and at
-    // every completed iteration. Relaxed atomics; a slightly stale value only delays a report.
-    std::atomic<uint64_t> publishedNodes{0};
-    std::atomic<uint64_t> publishedTbHits{0};
-    std::atomic<int> searchDepth{0};
 
     // Copies the game position in and points it at this thread's own tables.
     void prepareSearch(const positionStruct& game);
@@ -47,31 +42,22 @@ public:
     moveStruct rememberedPonder = EMPTYMOVE;  // and its ponder move
 };
 
-class workForce {
+// The pool, and the control record every search thread reads (flags, limits, progress).
+class workForce : public searchControlStruct {
 public:
     ~workForce() = default;  // threads are destroyed by setNofWorkers(0) before exit
 
     // Destroys the pool and builds a new one of n threads (the boss included); 0 leaves none.
     void setNofWorkers(int n);
-    // Total nodes and tablebase hits of all threads (others' values as last published).
-    uint64_t totalNodes(const worker* caller) const;
-    uint64_t totalTbHits(const worker* caller) const;
 
     std::vector<worker*> workers;
-    // Search flags shared by all threads without locks (relaxed atomics).
-    std::atomic<bool> stopSearch{false};
-    std::atomic<bool> ponderSearch{false};
-    std::atomic<bool> bossFinished{false};
-    std::atomic<uint32_t> searchShared{0};
-    // Set just before "bestmove" is printed: from then on the search only winds down.
-    std::atomic<bool> searchReported{true};
     uint64_t tbHitsTotal = 0;
 };
 
 extern workForce theWorkForce;
 
-inline bool searchStopped() { return theWorkForce.stopSearch.load(std::memory_order_relaxed); }
-inline void stopTheSearch() { theWorkForce.stopSearch.store(true, std::memory_order_relaxed); }
+inline bool searchStopped() { return theWorkForce.stopped(); }
+inline void stopTheSearch() { theWorkForce.stop(); }
 
 // Starts a search of GPSData with the limits now in `engine` (waits for the previous search).
 void startSearch();

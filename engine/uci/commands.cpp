@@ -10,14 +10,15 @@
 #include "engine/eval/evaluate.h"
 #include "engine/movegen/legal.h"
 #include "engine/movegen/makemove.h"
-#include "engine/movegen/perft.h"
-#include "engine/search/bench.h"
+#include "engine/search/engine.h"
+#include "engine/search/tablebase.h"
 #include "engine/search/tt.h"
 #include "engine/threads/workforce.h"
-#include "engine/uci/engine.h"
+#include "engine/uci/bench.h"
 #include "engine/uci/go.h"
-#include "engine/uci/output.h"
-#include "fathom/tbprobe.h"
+#include "engine/uci/perftcheck.h"
+#include "engine/uci/startup.h"
+#include "engine/util/output.h"
 #include "tuning/texel.h"
 
 namespace {
@@ -75,8 +76,7 @@ bool playMoveText(const std::string& text) {
     positionStruct* pos = &GPSData;
     moveStruct move;
     if (!moveFromText(text, pos, &move)) return false;
-    pos->plyState[0].moveList = GMS;
-    generateMovesLegal(0, GMS, pos);
+    generateMovesLegal(0, pos->plyState[0].moveList, pos);
     bool legal = false;
     for (moveStruct* m = pos->plyState[0].moveList; m < pos->plyState[0].moveListEnd; m++)
         if (sameMove(*m, move)) legal = true;
@@ -116,7 +116,7 @@ void setOption(std::istringstream& words, const std::string& line) {
         while (!value.empty() && value.front() == ' ') value.erase(0, 1);
         if (refuseWhileSearching("changing SyzygyPath")) return;
         engine.syzygyPath = value;
-        tb_init(value.c_str());
+        tablebaseInit(value);
         say("info string Syzygy tablebases used from directory : ", engine.syzygyPath);
         return;
     }
@@ -196,7 +196,7 @@ void positionCommand(std::istringstream& words) {
     }
     bool fromStart = word == "startpos";
     if (fromStart) {
-        setPosition(fenStartPos, &GPSData);
+        setGamePosition(fenStartPos);
         words >> word;  // taken as "moves" without looking at it
     } else if (word == "fen") {
         std::string fen;
@@ -206,12 +206,11 @@ void positionCommand(std::istringstream& words) {
             say("info string invalid FEN (", reason, "); the position is unchanged");
             return;
         }
-        setPosition(fen, &GPSData);
+        setGamePosition(fen);
     } else {
         say("info string position needs startpos or fen, not ", word);
         return;
     }
-    GPSData.plyState[0].moveList = GMS;
     int fenHistory = GPSData.historyCount;
     int played = 0;
     while (words >> word) {
@@ -226,21 +225,6 @@ void positionCommand(std::istringstream& words) {
         engine.gamePly = played;
     else
         engine.gamePly = fenHistory <= 1 ? 1024 : fenHistory + played;
-}
-
-void initEngine() {
-    say("Vorix 2.211\nby Merrowind\n\nenter 'help' to see the commands");
-    initBitboardConstants();
-    initHashCodeTables();
-    setPosition(fenStartPos, &GPSData);
-    theWorkForce.setNofWorkers(engine.nofThreads);
-}
-
-void shutdownEngine() {
-    stopTheSearch();
-    theWorkForce.setNofWorkers(0);
-    freeHashTable();
-    tb_free();
 }
 
 bool executeCommand(const std::string& line) {

@@ -6,16 +6,8 @@
 #include <cstdlib>
 
 #include "engine/board/position.h"
+#include "engine/search/engine.h"
 #include "engine/threads/workforce.h"
-#include "engine/uci/engine.h"
-
-engineStruct engine;
-
-int64_t nowMs() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-               .count() /
-           1000000;
-}
 
 bool parseInt(const std::string& word, int* value) {
     long long v = 0;
@@ -136,10 +128,8 @@ void finishPreviousSearch() {
     theWorkForce.workers[0]->waitToTakeABreak();
 }
 
-void goCommand(std::istringstream& words) {
-    const int64_t goTime = nowMs();
-    finishPreviousSearch();
-    engine.startTime = goTime;
+void resetSearchLimits(int64_t startTime) {
+    engine.startTime = startTime;
     engine.time[0] = engine.time[1] = 900000;  // a bare "go" still gets a budget
     engine.inc[0] = engine.inc[1] = 0;
     engine.movestogo = 30;
@@ -149,6 +139,28 @@ void goCommand(std::istringstream& words) {
     engine.movestogoGiven = false;
     engine.checkInterval = 4096;
     theWorkForce.ponderSearch.store(false, std::memory_order_relaxed);
+}
+
+void launchSearch(bool clockGiven, bool limitGiven, bool ponder) {
+    if (engine.movestogo < 1) engine.movestogoGiven = false, engine.movestogo = 30;
+    if (engine.movetime < 0) engine.movetime = 0;
+    if (engine.depth < 0) engine.depth = 0;
+    if (engine.mate < 0) engine.mate = 0;
+    // A depth, node or mate limit without a clock searches until that limit, as GUIs expect.
+    engine.noTimeLimit = limitGiven && !clockGiven;
+    if (engine.nodes) {
+        uint64_t interval = engine.nodes / (4 * static_cast<uint64_t>(engine.nofThreads)) + 1;
+        engine.checkInterval = static_cast<int32_t>(interval < 4096 ? interval : 4096);
+    }
+    theWorkForce.ponderSearch.store(ponder, std::memory_order_relaxed);
+    allocateTime(GPSData.sideToMove);
+    startSearch();
+}
+
+void goCommand(std::istringstream& words) {
+    const int64_t goTime = nowMs();
+    finishPreviousSearch();
+    resetSearchLimits(goTime);
 
     bool clockGiven = false, limitGiven = false, ponder = false;
     std::string word;
@@ -187,17 +199,5 @@ void goCommand(std::istringstream& words) {
             if (words >> value) parseInt(value, target);
         }
     }
-    if (engine.movestogo < 1) engine.movestogoGiven = false, engine.movestogo = 30;
-    if (engine.movetime < 0) engine.movetime = 0;
-    if (engine.depth < 0) engine.depth = 0;
-    if (engine.mate < 0) engine.mate = 0;
-    // A depth, node or mate limit without a clock searches until that limit, as GUIs expect.
-    engine.noTimeLimit = limitGiven && !clockGiven;
-    if (engine.nodes) {
-        uint64_t interval = engine.nodes / (4 * static_cast<uint64_t>(engine.nofThreads)) + 1;
-        engine.checkInterval = static_cast<int32_t>(interval < 4096 ? interval : 4096);
-    }
-    theWorkForce.ponderSearch.store(ponder, std::memory_order_relaxed);
-    allocateTime(GPSData.sideToMove);
-    startSearch();
+    launchSearch(clockGiven, limitGiven, ponder);
 }

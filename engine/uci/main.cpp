@@ -4,8 +4,9 @@
 #include <iostream>
 #include <string>
 
-#include "engine/search/bench.h"
+#include "engine/uci/bench.h"
 #include "engine/uci/commands.h"
+#include "engine/uci/startup.h"
 
 int main(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, 0);

@@ -41,6 +41,7 @@ TEST(SetPositionText, ReadsTheClockFieldsLikeStoi) {
             continue;
         }
         setPosition(c.fen, p.get());
+        computeEvalSums(p.get());
         EXPECT_EQ(p->halfMoveClock, c.halfMoveClock);
         EXPECT_EQ(p->historyCount, c.historyCount);
     }

@@ -18,9 +18,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/search/engine.h"
 #include "engine/uci/commands.h"
-#include "engine/uci/engine.h"
 #include "engine/uci/go.h"
+#include "engine/uci/startup.h"
 
 namespace {
 

@@ -170,6 +170,7 @@ TEST(MakeMove, RandomGamesKeepIncrementalStateAndUnmakeExactly) {
                 kindsMade[m.kind]++;
                 std::string fenAfter = fenOf(p.get(), ply + 1);
                 setPosition(fenAfter, fresh.get());
+                computeEvalSums(fresh.get());
                 expectSameState(snapshotOf(p.get(), ply + 1), snapshotOf(fresh.get(), 0), fenAfter);
                 ASSERT_FALSE(HasFailure()) << "game from " << fen << " after " << moveToLA(&m, p->sideToMove ^ 1);
             }

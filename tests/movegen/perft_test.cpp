@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "engine/movegen/perft.h"
+#include "engine/uci/perftcheck.h"
 #include "tests/testutil.h"
 
 namespace {

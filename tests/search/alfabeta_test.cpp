@@ -9,25 +9,28 @@
 #include "engine/search/search.h"
 #include "engine/search/searchdata.h"
 #include "engine/search/tt.h"
-#include "engine/threads/workforce.h"
 #include "tests/testutil.h"
 
 namespace {
 
-// A position prepared for searching: its own search tables, the move buffer inside them.
+// A position prepared for searching: its own search tables, the move buffer inside them, and a
+// control record of its own with no limits.
 struct searchPosition {
     std::unique_ptr<searchDataStruct> data{new searchDataStruct()};
     std::unique_ptr<positionStruct> pos{new positionStruct()};
+    searchControlStruct control;
     explicit searchPosition(const std::string& fen) {
         initTables();
         clearHashTableMT();
         clearSearchHistory(data.get());
+        control.progress.push_back(&data->progress);
+        data->control = &control;
         pos->search = data.get();
         pos->plyState[0].moveList = data->moveBuffer;
         setPosition(fen, pos.get());
+        computeEvalSums(pos.get());
         engine.noTimeLimit = true;
         engine.nodes = 0;
-        theWorkForce.stopSearch.store(false);
     }
     // Plays moves given as text from the root, as the game history would hold them.
     void play(const std::vector<std::string>& moves) {

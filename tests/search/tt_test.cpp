@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/movegen/makemove.h"
+#include "engine/uci/startup.h"
 #include "tests/testutil.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Time allocation for "go": the budgets for clock, increment, moves to go and move time.
 #include <gtest/gtest.h>
 
-#include "engine/uci/engine.h"
+#include "engine/search/engine.h"
 #include "engine/uci/go.h"
 
 namespace {

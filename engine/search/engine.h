@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/util/clock.h"
+
 struct engineStruct {
     uint64_t nodes = 0;     // node limit of "go nodes", 0 = none
     int64_t startTime = 0;  // steady clock, milliseconds, taken when "go" is read
@@ -34,6 +36,3 @@ struct engineStruct {
 };
 
 extern engineStruct engine;
-
-// Milliseconds of the steady clock.
-int64_t nowMs();

@@ -1,14 +1,13 @@
 // Bench positions and the bench run.
-#include "engine/search/bench.h"
-
-#include <sstream>
+#include "engine/uci/bench.h"
 
 #include "engine/board/position.h"
+#include "engine/search/engine.h"
 #include "engine/search/tt.h"
 #include "engine/threads/workforce.h"
-#include "engine/uci/engine.h"
 #include "engine/uci/go.h"
-#include "engine/uci/output.h"
+#include "engine/uci/startup.h"
+#include "engine/util/output.h"
 
 namespace {
 
@@ -74,13 +73,14 @@ unsigned long long runBench() {
     unsigned long long totalNodes = 0;
     int64_t start = nowMs();
     for (const char* fen : benchPositions) {
-        setPosition(fen, &GPSData);
-        GPSData.plyState[0].moveList = GMS;
+        setGamePosition(fen);
         clearHashTableMT();
         clearAllHistories();
         engine.gamePly = 1024;
-        std::istringstream words("depth " + std::to_string(BENCH_DEPTH));
-        goCommand(words);
+        finishPreviousSearch();
+        resetSearchLimits(nowMs());
+        engine.depth = BENCH_DEPTH;
+        launchSearch(false, true, false);
         theWorkForce.workers[0]->waitToTakeABreak();
         totalNodes += theWorkForce.workers[0]->ownNodes();
     }
@@ -93,8 +93,7 @@ unsigned long long runBench() {
         engine.nofThreads = savedThreads;
         theWorkForce.setNofWorkers(savedThreads);
     }
-    setPosition(fenStartPos, &GPSData);
-    GPSData.plyState[0].moveList = GMS;
+    setGamePosition(fenStartPos);
     say("Total time (ms) : ", elapsed);
     say(totalNodes, " nodes ", totalNodes * 1000 / static_cast<unsigned long long>(elapsed), " nps");
     return totalNodes;

@@ -1,5 +1,5 @@
 // Serialised line output.
-#include "engine/uci/output.h"
+#include "engine/util/output.h"
 
 #include <cstdio>
 #include <mutex>

@@ -1,5 +1,5 @@
 // The parking protocol of long-lived threads.
-#include "engine/threads/parked.h"
+#include "engine/util/parked.h"
 
 void parkedThread::startThread() {
     officeThread = std::thread(&parkedThread::atTheOffice, this);

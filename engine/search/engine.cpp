@@ -1,0 +1,4 @@
+// The one record of settings and search limits.
+#include "engine/search/engine.h"
+
+engineStruct engine;
