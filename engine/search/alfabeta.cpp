@@ -27,6 +27,9 @@ constexpr int SINGULAR_DEPTH = 6;
 constexpr int CONTINUATION_EXTENSION_HISTORY = 4096;
 constexpr int HISTORY_UPDATE_DEPTH = 18;
 constexpr int MAX_QUIETS_TRACKED = 64;
+// A null-move search that returns a tablebase win or a mate proves only that passing wins; the
+// node then reports beta instead.
+constexpr int NULL_MOVE_TRUST_LIMIT = TB_WIN_SCORE + 1;
 
 inline bool isMateScore(int score) { return score > MATE_THRESHOLD || score < -MATE_THRESHOLD; }
 
@@ -104,7 +107,7 @@ moveStruct doNextMoveProbCut(int ply, moveStruct*& cursor, positionStruct* pos, 
     return EMPTYMOVE;
 }
 
-// Step 17 bookkeeping: a quiet move caused a cut-off.
+// Step 15 bookkeeping: a quiet move caused a cut-off.
 void rewardQuietCutoff(positionStruct* pos, int ply, int depth, moveStruct move, const moveStruct* quiets,
                        int quietCount) {
     searchDataStruct* data = pos->search;
@@ -137,6 +140,221 @@ void rewardQuietCutoff(positionStruct* pos, int ply, int depth, moveStruct move,
         entry->killer1 = move;
         entry->killer1.order = pos->board[move.from];
     }
+}
+
+// Step 5. Tablebases, probed right after a capture or pawn move (where the fifty-move count is
+// zero and the tables' result holds) when the piece count allows. True with *value when the
+// result decides the node.
+bool probeTablebases(int ply, int depth, int alpha, int beta, positionStruct* pos, int* value) {
+    const plyStateStruct* entry = &pos->plyState[ply];
+    if (ply == 0 || tablebaseLargest == 0 || pos->halfMoveClock != 0 || entry->castlingRights != 0) return false;
+    int pieces = popCount(occupancy(pos));
+    if (pieces > tablebaseLargest ||
+        (pieces == tablebaseLargest &&
+         depth < pos->search->control->limits->syzygyProbeDepth.load(std::memory_order_relaxed)))
+        return false;
+    int wdl = syzygyProbeWDL(ply, pos);
+    if (wdl < 0) return false;
+    pos->tbHits++;
+    if (wdl == 4) {
+        *value = TB_WIN_SCORE - ply;
+        if (beta > *value) return false;
+        storeHash(pos->hashKey, ply, EMPTYMOVE, *value, TB_DEPTH, BOUND_LOWER);
+        return true;
+    }
+    if (wdl == 0) {
+        *value = ply - TB_WIN_SCORE;
+        if (alpha < *value) return false;
+        storeHash(pos->hashKey, ply, EMPTYMOVE, *value, TB_DEPTH, BOUND_UPPER);
+        return true;
+    }
+    // Cursed wins and blessed losses are draws to the search, deliberately.
+    *value = 0;
+    storeHash(pos->hashKey, ply, EMPTYMOVE, 0, TB_DEPTH, BOUND_EXACT);
+    return true;
+}
+
+// Step 10. Null move: when passing still holds beta in a reduced search, the node fails high.
+// Not after a null move two plies up, nor without pieces (zugzwang in pawn endings). True with
+// *value when the node is decided (0 when the search was stopped meanwhile).
+bool nullMoveCuts(int ply, int depth, int beta, int pruneValue, positionStruct* pos, int* value) {
+    if (depth < NULL_MOVE_DEPTH || (ply >= 2 && isEmptyMove(pos->plyState[ply - 2].currentMove)) || pruneValue < beta ||
+        !hasNonPawnMaterial(pos))
+        return false;
+    int margin = (pruneValue - beta) / 90;
+    int reduction = depth / 4 + 3 + (margin < 3 ? margin : 3);
+    uint64_t savedKey = makeNullMove(pos, ply);
+    int score = searchChild(ply, depth - reduction, beta - 1, beta, pos);
+    unmakeNullMove(pos, savedKey);
+    if (searchStopped(pos)) {
+        *value = 0;
+        return true;
+    }
+    if (score < beta) return false;
+    *value = score < NULL_MOVE_TRUST_LIMIT ? score : beta;  // a null-move mate is not trusted
+    return true;
+}
+
+// Step 11. ProbCut: a capture that beats beta by a margin in quiescence and then in a search
+// three plies shallower fails the node high. True with *value as for nullMoveCuts.
+bool probCutCuts(int ply, int depth, int beta, int eval, int pruneValue, positionStruct* pos, int* value) {
+    const int rbeta = beta + PROBCUT_MARGIN;
+    if (depth < PROBCUT_DEPTH || isMateScore(pruneValue) || rbeta >= MATE_THRESHOLD) return false;
+    plyStateStruct* entry = &pos->plyState[ply];
+    generateMovesCaptures(ply, entry->moveList, pos);
+    moveStruct* cursor = entry->moveList;
+    moveStruct move;
+    checkInfoStruct checkInfo;
+    computeCheckInfo(pos, &checkInfo);
+    while (!isEmptyMove(move = doNextMoveProbCut(ply, cursor, pos, rbeta - eval))) {
+        if (!isLegalNotInCheck(pos, ply, move)) continue;
+        const bool checking = moveGivesCheck(pos, checkInfo, move);
+        move.order = pos->board[move.from];
+        playMove(pos, ply, move, checking);
+        int score = -quiescence(ply + 1, 0, toShort(-rbeta), toShort(-rbeta + 1), pos);
+        if (score >= rbeta) score = searchChild(ply, depth - 3, rbeta - 1, rbeta, pos);
+        unmakeMove(pos, ply, move);
+        if (searchStopped(pos)) {
+            *value = 0;
+            return true;
+        }
+        if (score >= rbeta) {
+            *value = score;
+            return true;
+        }
+    }
+    return false;
+}
+
+// Step 12. Internal iterative deepening: without a hash move, a shallower search of this node
+// finds one. Reloads the hash entry; false when the search was stopped meanwhile.
+bool findHashMoveBySearch(int ply, int depth, int alpha, int beta, int eval, positionStruct* pos,
+                          hashEntryStruct* hashed, bool* hit) {
+    plyStateStruct* entry = &pos->plyState[ply];
+    alfabeta(ply, depth - 2, toShort(alpha), toShort(beta), pos);
+    if (searchStopped(pos)) return false;
+    entry->staticEval = static_cast<int16_t>(eval);
+    if (probeHash(pos->hashKey, ply, hashed)) {
+        *hit = true;
+        if (hashed->bound != BOUND_NONE) entry->hashMove = hashed->move;
+    }
+    return true;
+}
+
+// Steps 6 to 12 for a node not in check: the static evaluation, the pruning value (the hash
+// score where its bound allows), improving, reverse futility, razoring, null move, ProbCut and
+// internal iterative deepening (which may reload the hash entry). True with *value when the
+// node is decided before its moves.
+bool pruneBeforeMoves(int ply, int depth, int alpha, int beta, bool pvNode, hashEntryStruct* hashed, bool* hit,
+                      bool* improving, positionStruct* pos, int* value) {
+    plyStateStruct* entry = &pos->plyState[ply];
+    const int eval = evaluateN(ply, pos);
+    entry->staticEval = static_cast<int16_t>(eval);
+    int pruneValue = eval;
+    if (*hit && (hashed->bound == BOUND_EXACT || (hashed->bound == BOUND_LOWER && hashed->score > eval) ||
+                 (hashed->bound == BOUND_UPPER && hashed->score < eval)))
+        pruneValue = hashed->score;
+    // Step 7. Improving: the static evaluation rose since this side's previous move.
+    *improving = ply <= 1 || pos->plyState[ply - 2].staticEval <= eval;
+
+    // Step 8. Reverse futility pruning.
+    if (!pvNode && depth <= RFP_DEPTH && !isMateScore(pruneValue) && pruneValue >= beta + futility[depth] &&
+        hasNonPawnMaterial(pos)) {
+        *value = pruneValue;
+        return true;
+    }
+
+    if (!pvNode && depth < RAZOR_DEPTH) {
+        // Step 9. Razoring; shallow nodes then go straight to the move loop.
+        if (alpha > pruneValue + razor[*improving][depth]) {
+            int v = quiescence(ply, 0, toShort(alpha), toShort(beta), pos);
+            if (alpha > v) {
+                *value = v;
+                return true;
+            }
+        }
+        return false;
+    }
+    // Steps 10 and 11. Null move and ProbCut (not at PV nodes).
+    if (!pvNode && nullMoveCuts(ply, depth, beta, pruneValue, pos, value)) return true;
+    if (!pvNode && probCutCuts(ply, depth, beta, eval, pruneValue, pos, value)) return true;
+
+    // Step 12. Internal iterative deepening when there is no hash move.
+    if (isEmptyMove(entry->hashMove) && depth >= IID_DEPTH && (pvNode || pruneValue >= beta - IID_MARGIN) &&
+        !findHashMoveBySearch(ply, depth, alpha, beta, eval, pos, hashed, hit)) {
+        *value = 0;
+        return true;
+    }
+    return false;
+}
+
+// Step 13. Singular test of the hash move: every other move searched at half depth with a
+// null window just below the hash score must fail low. The picker is rewound so that the main
+// loop goes on after the hash move. *stopped is set when the search was stopped meanwhile.
+bool isSingularMove(int ply, int depth, const hashEntryStruct& hashed, bool inCheck, const checkInfoStruct& checkInfo,
+                    positionStruct* pos, bool* stopped) {
+    plyStateStruct* entry = &pos->plyState[ply];
+    const int singularBeta = hashed.score - 2 * depth;
+    const int verifyDepth = depth / 2 - 1;
+    int singularBest = -SCORE_MATE;
+    const moveStruct savedHash = entry->hashMove;
+    entry->hashMove = EMPTYMOVE;
+    entry->moveStage = STAGE_GENERATE_CAPTURES;
+    moveStruct other;
+    while (!isEmptyMove(other = nextMove(pos, ply))) {
+        if (sameMove(other, savedHash)) continue;
+        bool legal = inCheck ? (entry->moveStage == STAGE_EVASIONS || isLegalInCheck(pos, other))
+                             : isLegalNotInCheck(pos, ply, other);
+        if (!legal) continue;
+        const bool checking = moveGivesCheck(pos, checkInfo, other);
+        other.order = pos->board[other.from];
+        playMove(pos, ply, other, checking);
+        int score = searchChild(ply, verifyDepth, singularBeta, singularBeta + 1, pos);
+        unmakeMove(pos, ply, other);
+        if (searchStopped(pos)) {
+            *stopped = true;
+            return false;
+        }
+        if (score > singularBest) singularBest = score;
+        if (singularBest > singularBeta) break;
+    }
+    entry->hashMove = savedHash;
+    entry->moveStage = STAGE_GENERATE_CAPTURES;
+    return singularBest <= singularBeta;
+}
+
+// The depth a move is searched to: one ply less, or the same depth for a singular hash move,
+// a check that does not lose material, or a quiet move both continuation histories favour.
+int childDepth(int depth, bool singular, bool checking, bool inCheck, bool quiet, moveStruct move, int piece,
+               int captured, continuationCells cells, const positionStruct* pos) {
+    if (singular || (checking && (move.kind != KIND_NORMAL || seeValue[captured] - seeValue[piece] >= 0 ||
+                                  staticExchange(pos, move) >= 0)))
+        return depth;
+    if (quiet && !checking && !inCheck && cells.counter && cells.followUp &&
+        *cells.counter > CONTINUATION_EXTENSION_HISTORY && *cells.followUp > CONTINUATION_EXTENSION_HISTORY)
+        return depth;
+    return depth - 1;
+}
+
+// Late-move reduction of a quiet move after the first: the table's value, one more when the
+// position is not improving or the move's histories are all negative, one less at a PV node,
+// for a pawn reaching the 2nd or 7th rank, and for a killer pawn move that no enemy pawn attacks.
+int lateMoveReduction(int depth, int moveCount, bool improving, bool pvNode, int stage, moveStruct move, int piece,
+                      continuationCells cells, const positionStruct* pos) {
+    int reduction = LMR[depth < 127 ? depth : 127][moveCount < 255 ? moveCount : 255];
+    if (!improving) reduction++;
+    if (pos->search->history[piece][move.to] < 0 && cells.counter && *cells.counter < 0 && cells.followUp &&
+        *cells.followUp < 0)
+        reduction++;
+    if (pvNode && reduction > 0) reduction--;
+    if (typeOf(piece) == PAWN) {
+        int rank = move.to >> 3;
+        if (rank == 1 || rank == 6) reduction--;
+        if ((stage == STAGE_KILLER1 || stage == STAGE_KILLER2) &&
+            !(attackByPawnTable[piece & 1][move.to] & pos->bitboards[WHITE_PAWN + ((piece & 1) ^ 1)]))
+            reduction--;
+    }
+    return reduction < 0 ? 0 : reduction;
 }
 
 }  // namespace
@@ -175,9 +393,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     if (ply > 0) {
         if (isRepetition(pos)) return 0;
         if (isInsufficientMaterial(pos)) return 0;
-        if (ply - 31999 > alpha) alpha = ply - SCORE_MATE;
-        if (32001 - ply < beta) beta = 32001 - ply;
-        if (alpha >= beta) return alpha;
+        if (clampToMateDistance(ply, alpha, beta)) return alpha;
         if (ply > SEARCH_PLY_LIMIT) return evaluateN(ply, pos);
     }
 
@@ -203,113 +419,17 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     }
     if (!hit) hashed.bound = BOUND_NONE;
 
-    // Step 5. Endgame tablebases, right after a capture or pawn move.
-    if (ply > 0 && tablebaseLargest > 0 && pos->halfMoveClock == 0 && entry->castlingRights == 0) {
-        int pieces = popCount(occupancy(pos));
-        if (pieces < tablebaseLargest ||
-            (pieces == tablebaseLargest &&
-             depth >= pos->search->control->limits->syzygyProbeDepth.load(std::memory_order_relaxed))) {
-            int wdl = syzygyProbeWDL(ply, pos);
-            if (wdl >= 0) {
-                pos->tbHits++;
-                if (wdl == 4) {
-                    int value = TB_WIN_SCORE - ply;
-                    if (beta <= value) {
-                        storeHash(pos->hashKey, ply, EMPTYMOVE, value, 127, BOUND_LOWER);
-                        return value;
-                    }
-                } else if (wdl == 0) {
-                    int value = ply - TB_WIN_SCORE;
-                    if (alpha >= value) {
-                        storeHash(pos->hashKey, ply, EMPTYMOVE, value, 127, BOUND_UPPER);
-                        return value;
-                    }
-                } else {
-                    // Cursed wins and blessed losses are draws to the search, deliberately.
-                    storeHash(pos->hashKey, ply, EMPTYMOVE, 0, 127, BOUND_EXACT);
-                    return 0;
-                }
-            }
-        }
-    }
+    // Step 5. Endgame tablebases.
+    int decided;
+    if (probeTablebases(ply, depth, alpha, beta, pos, &decided)) return decided;
 
-    // Step 6. Static evaluation and the pruning value.
-    int eval = -SCORE_INFINITY;
-    int pruneValue = -SCORE_INFINITY;
+    // Steps 6 to 12. Static evaluation and the pruning front.
     bool improving = true;
-    if (inCheck) {
-        entry->staticEval = -SCORE_INFINITY;
-    } else {
-        eval = evaluateN(ply, pos);
-        entry->staticEval = static_cast<int16_t>(eval);
-        pruneValue = eval;
-        if (hit && (hashed.bound == BOUND_EXACT || (hashed.bound == BOUND_LOWER && hashed.score > eval) ||
-                    (hashed.bound == BOUND_UPPER && hashed.score < eval)))
-            pruneValue = hashed.score;
-        // Step 7. Improving: the static evaluation rose since this side's previous move.
-        improving = ply <= 1 || pos->plyState[ply - 2].staticEval <= eval;
+    if (!inCheck && pruneBeforeMoves(ply, depth, alpha, beta, pvNode, &hashed, &hit, &improving, pos, &decided))
+        return decided;
+    if (inCheck) entry->staticEval = -SCORE_INFINITY;
 
-        // Step 8. Reverse futility pruning.
-        if (!pvNode && depth <= RFP_DEPTH && !isMateScore(pruneValue) && pruneValue >= beta + futility[depth] &&
-            hasNonPawnMaterial(pos))
-            return pruneValue;
-
-        if (!pvNode && depth < RAZOR_DEPTH) {
-            // Step 9. Razoring; shallow nodes then go straight to the move loop.
-            if (alpha > pruneValue + razor[improving][depth]) {
-                int v = quiescence(ply, 0, toShort(alpha), toShort(beta), pos);
-                if (alpha > v) return v;
-            }
-        } else {
-            // Step 10. Null move.
-            if (!pvNode && depth >= NULL_MOVE_DEPTH && (ply < 2 || !isEmptyMove(pos->plyState[ply - 2].currentMove)) &&
-                pruneValue >= beta && hasNonPawnMaterial(pos)) {
-                int margin = (pruneValue - beta) / 90;
-                int reduction = depth / 4 + 3 + (margin < 3 ? margin : 3);
-                uint64_t savedKey = makeNullMove(pos, ply);
-                int score = searchChild(ply, depth - reduction, beta - 1, beta, pos);
-                unmakeNullMove(pos, savedKey);
-                if (searchStopped(pos)) return 0;
-                if (score >= beta) return score < 31873 ? score : beta;  // a null-move mate is not trusted
-            }
-
-            // Step 11. ProbCut: a good capture that beats beta by a margin in a reduced search.
-            int rbeta = beta + PROBCUT_MARGIN;
-            if (!pvNode && depth >= PROBCUT_DEPTH && !isMateScore(pruneValue) && rbeta < MATE_THRESHOLD) {
-                generateMovesCaptures(ply, entry->moveList, pos);
-                moveStruct* cursor = entry->moveList;
-                moveStruct move;
-                checkInfoStruct checkInfo;
-                computeCheckInfo(pos, &checkInfo);
-                while (!isEmptyMove(move = doNextMoveProbCut(ply, cursor, pos, rbeta - eval))) {
-                    if (!isLegalNotInCheck(pos, ply, move)) continue;
-                    const bool checking = moveGivesCheck(pos, checkInfo, move);
-                    move.order = pos->board[move.from];
-                    entry->currentMove = move;
-                    makeMove(pos, ply, move);
-                    pos->plyState[ply + 1].inCheck = checking ? 1 : 0;
-                    int score = -quiescence(ply + 1, 0, toShort(-rbeta), toShort(-rbeta + 1), pos);
-                    if (score >= rbeta) score = searchChild(ply, depth - 3, rbeta - 1, rbeta, pos);
-                    unmakeMove(pos, ply, move);
-                    if (searchStopped(pos)) return 0;
-                    if (score >= rbeta) return score;
-                }
-            }
-
-            // Step 12. Internal iterative deepening when there is no hash move.
-            if (isEmptyMove(entry->hashMove) && depth >= IID_DEPTH && (pvNode || pruneValue >= beta - IID_MARGIN)) {
-                alfabeta(ply, depth - 2, toShort(alpha), toShort(beta), pos);
-                if (searchStopped(pos)) return 0;
-                entry->staticEval = static_cast<int16_t>(eval);
-                if (probeHash(pos->hashKey, ply, &hashed)) {
-                    hit = true;
-                    if (hashed.bound != BOUND_NONE) entry->hashMove = hashed.move;
-                }
-            }
-        }
-    }
-
-    // Step 13. Singular extension set-up for the hash move.
+    // Step 13. Whether the hash move is tested for being singular.
     bool trySingular = ply > 0 && depth > SINGULAR_DEPTH && hit && !isEmptyMove(entry->hashMove) &&
                        hashed.depth >= depth - 3 && hashed.bound != BOUND_UPPER && hashed.bound != BOUND_NONE &&
                        !isMateScore(hashed.score);
@@ -321,7 +441,6 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     int moveCount = 0;
     moveStruct quiets[MAX_QUIETS_TRACKED];
     int quietCount = 0;
-    searchDataStruct* data = pos->search;
     moveStruct move;
     checkInfoStruct checkInfo;
     bool checkInfoReady = false;
@@ -347,74 +466,27 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
         const int captured = move.kind == KIND_ENPASSANT ? WHITE_PAWN + (pos->sideToMove ^ 1) : pos->board[move.to];
         move.order = static_cast<uint8_t>(piece);
 
-        // Singular extension: every other move must fail well below the hash score.
         bool singular = false;
         if (trySingular && stage == STAGE_GENERATE_CAPTURES && sameMove(move, entry->hashMove)) {
-            int singularBeta = hashed.score - 2 * depth;
-            int verifyDepth = depth / 2 - 1;
-            int singularBest = -SCORE_MATE;
-            moveStruct savedHash = entry->hashMove;
-            entry->hashMove = EMPTYMOVE;
-            entry->moveStage = STAGE_GENERATE_CAPTURES;
-            moveStruct other;
-            while (!isEmptyMove(other = nextMove(pos, ply))) {
-                if (sameMove(other, savedHash)) continue;
-                bool otherLegal = inCheck ? (entry->moveStage == STAGE_EVASIONS || isLegalInCheck(pos, other))
-                                          : isLegalNotInCheck(pos, ply, other);
-                if (!otherLegal) continue;
-                const bool otherChecks = moveGivesCheck(pos, checkInfo, other);
-                other.order = pos->board[other.from];
-                entry->currentMove = other;
-                makeMove(pos, ply, other);
-                pos->plyState[ply + 1].inCheck = otherChecks ? 1 : 0;
-                int score = searchChild(ply, verifyDepth, singularBeta, singularBeta + 1, pos);
-                unmakeMove(pos, ply, other);
-                if (searchStopped(pos)) return 0;
-                if (score > singularBest) singularBest = score;
-                if (singularBest > singularBeta) break;
-            }
-            singular = singularBest <= singularBeta;
-            entry->hashMove = savedHash;
-            entry->moveStage = STAGE_GENERATE_CAPTURES;  // the main loop goes on after the hash move
+            bool stopped = false;
+            singular = isSingularMove(ply, depth, hashed, inCheck, checkInfo, pos, &stopped);
+            if (stopped) return 0;
         }
 
-        // Extensions: singular hash move, checks that do not lose material, strong continuations.
-        int newDepth = depth - 1;
-        if (singular || (checking && (move.kind != KIND_NORMAL || seeValue[captured] - seeValue[piece] >= 0 ||
-                                      staticExchange(pos, move) >= 0)))
-            newDepth = depth;
-        continuationCells cells = {nullptr, nullptr};
+        // Extensions, then the search: the first move with the full window, later ones with a
+        // null window, reduced when late and quiet, and searched again when they beat alpha.
         const bool quiet = !captured && !isPromotion(move.kind);
-        if (quiet) cells = continuationOf(pos, ply, piece, move.to);
-        if (quiet && !checking && !inCheck && newDepth < depth && cells.counter && cells.followUp &&
-            *cells.counter > CONTINUATION_EXTENSION_HISTORY && *cells.followUp > CONTINUATION_EXTENSION_HISTORY)
-            newDepth = depth;
+        const continuationCells cells = quiet ? continuationOf(pos, ply, piece, move.to) : continuationCells{};
+        const int newDepth = childDepth(depth, singular, checking, inCheck, quiet, move, piece, captured, cells, pos);
 
-        entry->currentMove = move;
-        makeMove(pos, ply, move);
-        pos->plyState[ply + 1].inCheck = checking ? 1 : 0;
-
+        playMove(pos, ply, move, checking);
         int score;
         if (moveCount == 0) {
             score = searchChild(ply, newDepth, alpha, beta, pos);
         } else {
-            int reduction = 0;
-            if (depth > 2 && !captured) {
-                reduction = LMR[depth < 127 ? depth : 127][moveCount < 255 ? moveCount : 255];
-                if (!improving) reduction++;
-                if (data->history[piece][move.to] < 0 && cells.counter && *cells.counter < 0 && cells.followUp &&
-                    *cells.followUp < 0)
-                    reduction++;
-                if (pvNode && reduction > 0) reduction--;
-                if (typeOf(piece) == PAWN) {
-                    int rank = move.to >> 3;
-                    if (rank == 1 || rank == 6) reduction--;
-                    if ((stage == STAGE_KILLER1 || stage == STAGE_KILLER2) &&
-                        !(attackByPawnTable[piece & 1][move.to] & pos->bitboards[WHITE_PAWN + ((piece & 1) ^ 1)]))
-                        reduction--;
-                }
-                if (reduction < 0) reduction = 0;
-            }
+            int reduction = depth > 2 && !captured
+                                ? lateMoveReduction(depth, moveCount, improving, pvNode, stage, move, piece, cells, pos)
+                                : 0;
             score = searchChild(ply, newDepth - reduction, alpha, alpha + 1, pos);
             if (reduction > 0 && score > alpha) score = searchChild(ply, newDepth, alpha, alpha + 1, pos);
             if (score > alpha && score < beta) score = searchChild(ply, newDepth, alpha, beta, pos);
@@ -433,7 +505,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
                     pos->rootBestMove = move;
                 }
                 if (score >= beta) {
-                    // Step 16. Cut-off.
+                    // Step 15. Cut-off: store, and reward a quiet move.
                     storeHash(pos->hashKey, ply, move, score, depth, BOUND_LOWER);
                     if (!inCheck && !captured) rewardQuietCutoff(pos, ply, depth, move, quiets, quietCount);
                     return score;
@@ -443,7 +515,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
         if (quiet && quietCount < MAX_QUIETS_TRACKED) quiets[quietCount++] = move;
     }
 
-    // Step 15. No legal move, fifty-move rule, store.
+    // Step 16. No legal move (mate or stalemate), the fifty-move rule, then store.
     if (moveCount == 0 && best == -SCORE_INFINITY) return inCheck ? ply - SCORE_MATE : 0;
     if (pos->halfMoveClock > 99) return 0;
     if (best > alphaOriginal)

@@ -3,7 +3,9 @@
 
 #include "engine/board/attacks.h"
 #include "engine/board/position.h"
+#include "engine/movegen/makemove.h"
 #include "engine/movegen/staged.h"
+#include "engine/search/tt.h"
 
 // Neither side has a pawn and each side's middle-game material is at most one minor piece.
 inline bool isInsufficientMaterial(const positionStruct* pos) {
@@ -41,4 +43,20 @@ inline bool isLegalInCheck(const positionStruct* pos, moveStruct move) {
            !(rookAttacks(king, after) & (bb[WHITE_ROOK + enemy] | bb[WHITE_QUEEN + enemy]) & remaining) &&
            !(attackByPawnTable[side][king] & bb[WHITE_PAWN + enemy] & remaining) &&
            !(knightAttackTable[king] & bb[WHITE_KNIGHT + enemy] & remaining);
+}
+
+// Mate-distance pruning: at this ply nothing scores below being mated here or above a mate
+// given right after. Narrows the window; true when it closes.
+inline bool clampToMateDistance(int ply, int& alpha, int& beta) {
+    if (ply - (SCORE_MATE - 1) > alpha) alpha = ply - SCORE_MATE;
+    if ((SCORE_MATE + 1) - ply < beta) beta = (SCORE_MATE + 1) - ply;
+    return alpha >= beta;
+}
+
+// Makes a move the search has chosen: records it as this ply's move and sets the child's
+// in-check flag, known before the move from the check information.
+inline void playMove(positionStruct* pos, int ply, moveStruct move, bool checking) {
+    pos->plyState[ply].currentMove = move;
+    makeMove(pos, ply, move);
+    pos->plyState[ply + 1].inCheck = checking ? 1 : 0;
 }

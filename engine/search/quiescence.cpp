@@ -40,9 +40,7 @@ int quiescence(unsigned char ply, int qdepth, short alphaIn, short betaIn, posit
 
     // Step 1. Draw by insufficient material, mate-distance pruning, the ply horizon.
     if (isInsufficientMaterial(pos)) return 0;
-    if (ply - 31999 > alpha) alpha = ply - SCORE_MATE;
-    if (32001 - ply < beta) beta = 32001 - ply;
-    if (alpha >= beta) return alpha;
+    if (clampToMateDistance(ply, alpha, beta)) return alpha;
     if (ply > SEARCH_PLY_LIMIT) return evaluateN(ply, pos);
 
     plyStateStruct* entry = &pos->plyState[ply];
@@ -117,9 +115,7 @@ int quiescence(unsigned char ply, int qdepth, short alphaIn, short betaIn, posit
         }
         const bool checking = moveGivesCheck(pos, checkInfo, move);
         move.order = pos->board[move.from];
-        entry->currentMove = move;
-        makeMove(pos, ply, move);
-        pos->plyState[ply + 1].inCheck = checking ? 1 : 0;
+        playMove(pos, ply, move, checking);
         int score;
         if (first) {
             score = -quiescence(ply + 1, qdepth - 1, static_cast<short>(-beta), static_cast<short>(-alpha), pos);

@@ -13,6 +13,7 @@ constexpr int SCORE_INFINITY = 32767;
 constexpr int SCORE_MATE = 32000;
 constexpr int MATE_THRESHOLD = 31871;  // |score| above this is a mate score
 constexpr int TB_WIN_SCORE = 31872;
+constexpr int TB_DEPTH = 127;  // depth stored with tablebase results: no search overrides them
 
 enum boundKind : uint8_t { BOUND_NONE = 0, BOUND_UPPER = 1, BOUND_LOWER = 2, BOUND_EXACT = 3 };
 
