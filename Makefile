@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE ?= cmake
 SHARED ?= $(abspath ../shared)
 
-.PHONY: all build run test bench texel-bench tb-bench smp-bench debug sanitize tsan arm arm-test fuzz format perft-bench nps-bench clean help
+.PHONY: all build run test bench texel-bench tb-bench smp-bench debug sanitize tsan arm arm-test fuzz protocol-fuzz format perft-bench nps-bench clean help
 
 all: build
 
@@ -55,6 +55,13 @@ fuzz:
 		-DVORIX_SANITIZE=address,undefined >/dev/null
 	$(CMAKE) --build build-fuzz -j $(JOBS) --target vorix_fuzz
 
+# The protocol fuzzer against the sanitizer build of the engine.
+FUZZ_SECONDS ?= 600
+protocol-fuzz:
+	$(CMAKE) -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DVORIX_SANITIZE=address,undefined -DVORIX_WERROR=ON -DVORIX_SHARED_DIR=$(SHARED) >/dev/null
+	$(CMAKE) --build build-asan -j $(JOBS) --target vorix
+	python3 scripts/protocol_fuzz.py build-asan/vorix --seconds $(FUZZ_SECONDS)
+
 perft-bench: build
 	python3 scripts/perft_bench.py ./build/vorix
 
@@ -68,4 +75,4 @@ clean:
 	rm -rf build build-debug build-asan build-tsan build-arm build-fuzz
 
 help:
-	@echo "make run | test | bench | texel-bench | tb-bench | smp-bench | debug | sanitize | tsan | arm | arm-test | fuzz | perft-bench | nps-bench | format | clean"
+	@echo "make run | test | bench | texel-bench | tb-bench | smp-bench | debug | sanitize | tsan | arm | arm-test | fuzz | protocol-fuzz | perft-bench | nps-bench | format | clean"

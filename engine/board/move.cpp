@@ -47,14 +47,17 @@ bool moveFromText(const std::string& text, const positionStruct* pos, moveStruct
     int from = (text[0] - 'a') + 8 * (text[1] - '1');
     int to = (text[2] - 'a') + 8 * (text[3] - '1');
     uint8_t kind = KIND_NORMAL;
+    int piece = pos->board[from];
     if (text.size() == 5) {
         const char* letter = std::strchr(promotionPieces, text[4]);
         if (text[4] == '\0' || letter == nullptr) return false;
         kind = static_cast<uint8_t>((letter - promotionPieces) * 2);
         if (!isPromotion(kind)) return false;
-    }
-    int piece = pos->board[from];
-    if (piece == WHITE_KING || piece == BLACK_KING) {
+        // A promotion letter belongs to a pawn reaching the last rank and to nothing else.
+        const bool pawnToLastRank =
+            (piece == WHITE_PAWN && (to >> 3) == 7) || (piece == BLACK_PAWN && (to >> 3) == 0);
+        if (!pawnToLastRank) return false;
+    } else if (piece == WHITE_KING || piece == BLACK_KING) {
         if (text == "e1g1" || text == "e8g8") kind = KIND_CASTLE_KING;
         if (text == "e1c1" || text == "e8c8") kind = KIND_CASTLE_QUEEN;
     } else if (piece == WHITE_PAWN || piece == BLACK_PAWN) {

@@ -1,16 +1,16 @@
 // The developer commands around perft: "perft" on the game position and the "rtest" self-check
-// against a file of known counts.
+// against a file of known counts. Output goes out in whole lines, as a search may print meanwhile.
 #include "engine/uci/perftcheck.h"
 
 #include <chrono>
 #include <fstream>
-#include <iostream>
 #include <memory>
 #include <vector>
 
 #include "engine/board/position.h"
 #include "engine/movegen/perft.h"
 #include "engine/search/tt.h"
+#include "engine/util/output.h"
 
 #ifndef VORIX_PERFT_FILE
 #define VORIX_PERFT_FILE "perft.txt"
@@ -25,22 +25,23 @@ std::vector<moveStruct> perftMoveBuffer() { return std::vector<moveStruct>(MAX_P
 
 bool testFenPosition(int depth, const std::string& fen) {
     if (depth > MAX_PERFT_DEPTH) {
-        std::cout << "info string perft depth " << depth << " is too deep; at most " << MAX_PERFT_DEPTH << std::endl;
+        say("info string perft depth ", depth, " is too deep; at most ", MAX_PERFT_DEPTH);
         return false;
     }
     std::unique_ptr<positionStruct> pos(new positionStruct(GPSData));
     if (fen != "current") setPosition(fen, pos.get());
     std::vector<moveStruct> buffer = perftMoveBuffer();
     pos->plyState[0].moveList = buffer.data();
-    std::cout << boardToString(pos.get());
+    std::string board = boardToString(pos.get());
+    board.pop_back();  // sendLine ends the last line
+    sendLine(board);
     auto start = std::chrono::system_clock::now();
     uint64_t nodes = perft(0, depth, pos.get());
     auto stop = std::chrono::system_clock::now();
     int64_t ns = std::chrono::duration_cast<std::chrono::nanoseconds>(stop - start).count();
     double seconds = ns / 1e9;
-    std::cout << ns << " ns and " << seconds << " in seconds" << std::endl;
-    std::cout << "Perft results for depth: " << depth << "  " << nodes << "  Nodes per sec: " << nodes / seconds
-              << "\n";
+    say(ns, " ns and ", seconds, " in seconds");
+    say("Perft results for depth: ", depth, "  ", nodes, "  Nodes per sec: ", nodes / seconds);
     return true;
 }
 
@@ -49,7 +50,7 @@ bool checkMoveGenWithPerft() { return checkMoveGenWithPerft(VORIX_PERFT_FILE); }
 bool checkMoveGenWithPerft(const std::string& path) {
     std::ifstream file(path);
     if (!file) {
-        std::cout << "There seems to be a problem with the perftFile. check of the move generator not executed\n";
+        sendLine("There seems to be a problem with the perftFile. check of the move generator not executed");
         return false;
     }
     std::unique_ptr<positionStruct> pos(new positionStruct());
@@ -78,10 +79,9 @@ bool checkMoveGenWithPerft(const std::string& path) {
         int64_t ns = std::chrono::duration_cast<std::chrono::nanoseconds>(stop - start).count();
         bool match = nodes == expected;
         ok = ok && match;
-        std::cout << (match ? 1 : 0) << "; " << fen << "; " << depth << "; " << expected << "; " << nodes << "; " << ns
-                  << "\n";
+        say(match ? 1 : 0, "; ", fen, "; ", depth, "; ", expected, "; ", nodes, "; ", ns);
         allocateHashBuckets(2097152);  // the self-check leaves a 128 MB table behind, deliberately
     }
-    std::cout << "Results of the perft checks is OK: " << (ok ? 1 : 0) << "\n";
+    say("Results of the perft checks is OK: ", ok ? 1 : 0);
     return ok;
 }
