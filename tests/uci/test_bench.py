@@ -3,10 +3,9 @@
 import os
 import re
 import subprocess
-import unittest
 
 import uci_driver
-from uci_driver import Engine
+from uci_driver import EngineTest
 
 LAST_LINE = re.compile(r"(\d+) nodes (\d+) nps")
 # The node count the bench must give, recorded beside the test data. A change that alters the
@@ -19,20 +18,12 @@ def recorded_signature():
         return int(f.read().strip())
 
 
-def command_line_bench(timeout):
-    run = subprocess.run([uci_driver.engine_path(), "bench"], stdin=subprocess.DEVNULL, capture_output=True,
-                         timeout=timeout)
-    return run.returncode, run.stdout.decode().splitlines()
-
-
-class Bench(unittest.TestCase):
+class Bench(EngineTest):
     def setUp(self):
-        self.scale = uci_driver.time_scale()
+        super().setUp()
         self.timeout = 300 * self.scale
 
-    def cli_nodes(self):
-        code, lines = command_line_bench(self.timeout)
-        self.assertEqual(code, 0)
+    def bench_nodes(self, lines):
         self.assertTrue(lines, "no output")
         match = LAST_LINE.fullmatch(lines[-1])
         self.assertIsNotNone(match, "last line %r" % lines[-1])
@@ -40,19 +31,21 @@ class Bench(unittest.TestCase):
         self.assertGreater(int(match.group(2)), 0)
         return int(match.group(1))
 
+    def cli_nodes(self):
+        run = subprocess.run([uci_driver.engine_path(), "bench"], stdin=subprocess.DEVNULL, capture_output=True,
+                             timeout=self.timeout)
+        self.assertEqual(run.returncode, 0)
+        return self.bench_nodes(run.stdout.decode().splitlines())
+
     def uci_nodes(self, options):
-        with Engine() as engine:
-            for name, value in options.items():
-                engine.set_option(name, value)
-            engine.command("position fen 8/8/8/4k3/8/8/8/R3K3 w Q - 0 1")
-            lines = engine.command("bench", self.timeout)
-            match = LAST_LINE.fullmatch(lines[-1])
-            self.assertIsNotNone(match, "last line %r" % lines[-1])
-            # The engine is usable afterwards, with a single answer per search.
-            after = engine.search("go depth 3")
-            self.assertEqual(len([l for l in after if l.startswith("bestmove")]), 1)
-            self.assertEqual(engine.quit(), 0)
-            return int(match.group(1))
+        for name, value in options.items():
+            self.engine.command("setoption name %s value %s" % (name, value))
+        self.engine.command("position fen 8/8/8/4k3/8/8/8/R3K3 w Q - 0 1")
+        nodes = self.bench_nodes(self.engine.command("bench", self.timeout))
+        # The engine is usable afterwards, with a single answer per search.
+        self.assert_search_result(self.engine.search("go depth 3"))
+        self.assertEqual(self.engine.quit(), 0)
+        return nodes
 
     def test_node_count_is_the_recorded_signature_and_independent_of_the_options(self):
         first = self.cli_nodes()
@@ -64,15 +57,14 @@ class Bench(unittest.TestCase):
         self.assertEqual(self.uci_nodes({"Threads": "2", "Hash": "1"}), first)
 
     def test_bench_is_refused_during_a_search(self):
-        with Engine() as engine:
-            engine.send("go infinite")
-            engine.lines_for(0.1)
-            replies = engine.command("bench")
-            self.assertEqual(len(replies), 1, replies)
-            self.assertTrue(replies[0].startswith("info string "), replies)
-            engine.send("stop")
-            engine.expect("bestmove.*")
-            self.assertEqual(engine.sync(), [])
+        self.engine.send("go infinite")
+        self.engine.lines_for(0.1)
+        replies = self.engine.command("bench")
+        self.assertEqual(len(replies), 1, replies)
+        self.assertTrue(replies[0].startswith("info string "), replies)
+        self.engine.send("stop")
+        self.engine.expect("bestmove.*")
+        self.assertEqual(self.engine.sync(), [])
 
 
 if __name__ == "__main__":

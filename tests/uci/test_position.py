@@ -1,10 +1,7 @@
 """The "position" command: FEN and move text, bad input, and the quirks kept on purpose."""
 
-import unittest
-
 import uci_driver
-from uci_driver import Engine
-from test_replies import AFTER_E4_GRID, START_GRID, grid
+from uci_driver import AFTER_E4_GRID, EngineTest, grid
 
 AFTER_E4_FEN = "rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq e3 0 1"
 START_FEN = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1"
@@ -33,6 +30,7 @@ INVALID_FENS = [
     ("pawn on the first rank", "4k3/8/8/8/8/8/8/p3K3 w - - 0 1"),
     ("placement only", "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR"),
     ("empty", ""),
+    ("moves after a bad FEN", "8/8/8/8/8/8/8/8 w - - 0 1 moves e7e5"),
 ]
 
 # (moves, the legal prefix that must be in force afterwards): an illegal or malformed move gets one
@@ -58,120 +56,70 @@ ILLEGAL_MOVES = [
     ("fen r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1", "h1h2 a8a7 h2h1 a7a8 e1g1", "h1h2 a8a7 h2h1 a7a8"),
     ("fen r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1", "e1f1 a8b8 f1e1 b8a8 e1c1", "e1f1 a8b8 f1e1 b8a8"),
     ("fen 4k3/8/8/8/8/8/8/4K2R w - - 0 1", "e1g1", ""),  # no castling right in the FEN
+    ("fen 4k3/8/8/8/8/8/8/R3K3 w", "e1c1", ""),  # none invented for a FEN without the field
 ]
 
-# (position and moves, expected grid rows from rank 8 down): the move kind is taken from the board.
-MOVE_KINDS = [
-    ("white castles king side", "fen r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1 moves e1g1",
-     ["r...k..r", "........", "........", "........", "........", "........", "........", "R....RK."]),
-    ("white castles queen side", "fen r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1 moves e1c1",
-     ["r...k..r", "........", "........", "........", "........", "........", "........", "..KR...R"]),
-    ("black castles both ways", "fen r3k2r/8/8/8/8/8/8/R3K2R b KQkq - 0 1 moves e8c8 e1g1",
-     ["..kr...r", "........", "........", "........", "........", "........", "........", "R....RK."]),
-    ("black castles king side", "fen r3k2r/8/8/8/8/8/8/R3K2R b KQkq - 0 1 moves e8g8",
-     ["r....rk.", "........", "........", "........", "........", "........", "........", "R...K..R"]),
-    ("white takes en passant", "startpos moves e2e4 a7a6 e4e5 d7d5 e5d6",
-     ["rnbqkbnr", ".pp.pppp", "p..P....", "........", "........", "........", "PPPP.PPP", "RNBQKBNR"]),
-    ("black takes en passant", "startpos moves a2a3 d7d5 a3a4 d5d4 e2e4 d4e3",
-     ["rnbqkbnr", "ppp.pppp", "........", "........", "P.......", "....p...", ".PPP.PPP", "RNBQKBNR"]),
-    ("en passant from a FEN", "fen " + "rnbqkbnr/ppp1pppp/8/3pP3/8/8/PPPP1PPP/RNBQKBNR w KQkq d6 0 3 moves e5d6",
-     ["rnbqkbnr", "ppp.pppp", "...P....", "........", "........", "........", "PPPP.PPP", "RNBQKBNR"]),
-    ("promotion to a knight", "fen 4k3/P7/8/8/8/8/8/4K3 w - - 0 1 moves a7a8n",
-     ["N...k...", "........", "........", "........", "........", "........", "........", "....K..."]),
-    ("black promotes with a capture", "fen 4k3/8/8/8/8/8/p7/1N2K3 b - - 0 1 moves a2b1q",
-     ["....k...", "........", "........", "........", "........", "........", "........", ".q..K..."]),
-    ("king move e1g1 that is not castling", "fen 4k3/8/8/8/8/8/8/4K3 w - - 0 1 moves e1f1 e8f8 f1g1",
-     [".....k..", "........", "........", "........", "........", "........", "........", "......K."]),
+# (position, the board it shows as a FEN placement): the move kind is taken from the board.
+BOARDS = [
+    ("startpos", "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR"),
+    ("fen r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1 moves e1g1", "r3k2r/8/8/8/8/8/8/R4RK1"),
+    ("fen r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1 moves e1c1", "r3k2r/8/8/8/8/8/8/2KR3R"),
+    ("fen r3k2r/8/8/8/8/8/8/R3K2R b KQkq - 0 1 moves e8c8 e1g1", "2kr3r/8/8/8/8/8/8/R4RK1"),
+    ("fen r3k2r/8/8/8/8/8/8/R3K2R b KQkq - 0 1 moves e8g8", "r4rk1/8/8/8/8/8/8/R3K2R"),
+    ("startpos moves e2e4 a7a6 e4e5 d7d5 e5d6", "rnbqkbnr/1pp1pppp/p2P4/8/8/8/PPPP1PPP/RNBQKBNR"),
+    ("startpos moves a2a3 d7d5 a3a4 d5d4 e2e4 d4e3", "rnbqkbnr/ppp1pppp/8/8/P7/4p3/1PPP1PPP/RNBQKBNR"),
+    ("fen rnbqkbnr/ppp1pppp/8/3pP3/8/8/PPPP1PPP/RNBQKBNR w KQkq d6 0 3 moves e5d6",
+     "rnbqkbnr/ppp1pppp/3P4/8/8/8/PPPP1PPP/RNBQKBNR"),
+    ("fen 4k3/P7/8/8/8/8/8/4K3 w - - 0 1 moves a7a8n", "N3k3/8/8/8/8/8/8/4K3"),
+    ("fen 4k3/8/8/8/8/8/p7/1N2K3 b - - 0 1 moves a2b1q", "4k3/8/8/8/8/8/8/1q2K3"),
+    # A king move e1g1 that is not castling.
+    ("fen 4k3/8/8/8/8/8/8/4K3 w - - 0 1 moves e1f1 e8f8 f1g1", "5k2/8/8/8/8/8/8/6K1"),
+    # A FEN of placement and side only.
+    ("fen 4k3/8/8/8/8/8/8/R3K3 b", "4k3/8/8/8/8/8/8/R3K3"),
+    # An unknown piece letter is an empty square.
+    ("fen 4k3/8/8/3x4/8/8/8/4K3 w - - 0 1", "4k3/8/8/8/8/8/8/4K3"),
+    # The game ply is capped internally; the position must still be usable.
+    ("fen " + START_FEN.replace("- 0 1", "- 0 300") + " moves e2e4", "rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR"),
+    ("fen " + START_FEN.replace("- 0 1", "- 0 99999"), "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR"),
+    # 600 plies of knight shuffles: the key history must not overflow.
+    ("startpos moves " + " ".join(["g1f3 g8f6 f3g1 f6g8"] * 150), "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR"),
 ]
 
 
-class Position(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.engine = Engine()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.engine.close()
-
-    def board_after(self, position):
-        replies = self.engine.command("position " + position)
-        self.assertEqual(replies, [], "position %s" % position)
-        return self.engine.command("showboard")
-
-    def test_invalid_fen_is_refused_and_the_position_stays(self):
-        for reason, fen in INVALID_FENS:
-            with self.subTest(reason=reason):
-                self.engine.command("position fen " + AFTER_E4_FEN)
-                replies = self.engine.command("position fen " + fen)
-                self.assertEqual(len(replies), 1, replies)
-                self.assertTrue(replies[0].startswith("info string "), replies)
-                self.assertEqual(self.engine.command("showboard"), AFTER_E4_GRID)
-                # Black is still to move: the answer is a black move.
-                bestmove = self.engine.search("go depth 1")[-1]
-                self.assertRegex(bestmove, r"bestmove [a-h][5-8]")
-
-    def test_invalid_fen_with_moves_plays_none_of_them(self):
-        self.engine.command("position startpos")
-        replies = self.engine.command("position fen 8/8/8/8/8/8/8/8 w - - 0 1 moves e2e4")
+class Position(EngineTest):
+    def assert_refused(self, line):
+        replies = self.engine.command(line)
         self.assertEqual(len(replies), 1, replies)
-        self.assertEqual(self.engine.command("showboard"), START_GRID)
+        self.assertTrue(replies[0].startswith("info string "), replies)
 
-    def test_position_without_startpos_or_fen(self):
-        for line in ["position", "position moves e2e4", "position start"]:
+    def test_invalid_position_is_refused_and_the_position_stays(self):
+        for line in ["position fen " + fen for _, fen in INVALID_FENS] + ["position", "position moves e2e4",
+                                                                          "position start"]:
             with self.subTest(line=line):
                 self.engine.command("position fen " + AFTER_E4_FEN)
-                replies = self.engine.command(line)
-                self.assertEqual(len(replies), 1, replies)
-                self.assertTrue(replies[0].startswith("info string "), replies)
+                self.assert_refused(line)
                 self.assertEqual(self.engine.command("showboard"), AFTER_E4_GRID)
+                # Black is still to move.
+                self.assert_legal("fen " + AFTER_E4_FEN, self.engine.search("go depth 1")[-1])
 
     def test_illegal_move_stops_the_move_list(self):
         for start, moves, legal_prefix in ILLEGAL_MOVES:
             with self.subTest(start=start, moves=moves):
-                expected = self.board_after(start + (" moves " + legal_prefix if legal_prefix else ""))
-                replies = self.engine.command("position %s moves %s" % (start, moves))
-                self.assertEqual(len(replies), 1, replies)
-                self.assertTrue(replies[0].startswith("info string "), replies)
+                self.assertEqual(self.engine.command("position %s moves %s" % (start, legal_prefix)), [])
+                expected = self.engine.command("showboard")
+                self.assert_refused("position %s moves %s" % (start, moves))
                 self.assertEqual(self.engine.command("showboard"), expected)
 
     def test_illegal_move_keeps_the_side_to_move_of_the_prefix(self):
-        # After "e2e4" black is to move, so the engine answers with a black move.
-        replies = self.engine.command("position startpos moves e2e4 e1e1 g1f3")
-        self.assertEqual(len(replies), 1, replies)
-        self.assertRegex(self.engine.search("go depth 1")[-1], r"bestmove [a-h][5-8]")
+        self.assert_refused("position startpos moves e2e4 e1e1 g1f3")
+        self.assert_legal("startpos moves e2e4", self.engine.search("go depth 1")[-1])
 
-    def test_move_kinds_are_read_from_the_board(self):
-        for name, position, rows in MOVE_KINDS:
-            with self.subTest(name=name):
-                self.assertEqual(self.board_after(position), grid(rows))
-
-    def test_fen_of_placement_and_side_only_is_accepted(self):
-        self.assertEqual(self.board_after("fen 4k3/8/8/8/8/8/8/R3K3 b"),
-                         grid(["....k...", "........", "........", "........", "........", "........", "........",
-                               "R...K..."]))
-        # Black to move; no castling rights were invented for the rook on a1.
-        self.assertRegex(self.engine.search("go depth 1")[-1], r"bestmove e8")
-        replies = self.engine.command("position fen 4k3/8/8/8/8/8/8/R3K3 w moves e1c1")
-        self.assertEqual(len(replies), 1, replies)
-
-    def test_unknown_piece_letter_is_an_empty_square(self):
-        self.assertEqual(self.board_after("fen 4k3/8/8/3x4/8/8/8/4K3 w - - 0 1"),
-                         grid(["....k...", "........", "........", "........", "........", "........", "........",
-                               "....K..."]))
-
-    def test_move_number_far_in_the_game_is_accepted(self):
-        # The game ply is capped internally; the position must still be usable.
-        self.assertEqual(self.board_after("fen " + START_FEN.replace("- 0 1", "- 0 300") + " moves e2e4"),
-                         AFTER_E4_GRID)
-        self.assertEqual(self.board_after("fen " + START_FEN.replace("- 0 1", "- 0 99999")), START_GRID)
-        self.assertRegex(self.engine.search("go depth 3")[-1], uci_driver.BESTMOVE)
-
-    def test_long_move_list(self):
-        # 600 plies of knight shuffles: the key history must not overflow.
-        shuffle = "g1f3 g8f6 f3g1 f6g8 " * 150
-        self.assertEqual(self.board_after("startpos moves " + shuffle.strip()), START_GRID)
-        self.assertRegex(self.engine.search("go depth 4")[-1], uci_driver.BESTMOVE)
+    def test_boards_and_side_to_move(self):
+        for position, placement in BOARDS:
+            with self.subTest(position=position[:80]):
+                self.assertEqual(self.engine.command("position " + position), [])
+                self.assertEqual(self.engine.command("showboard"), grid(placement))
+                self.assert_legal(position, self.engine.search("go depth 4", 30 * self.scale)[-1])
 
 
 if __name__ == "__main__":

@@ -1,10 +1,8 @@
 """The principal variation as a GUI sees it: the ponder move, a line that stops at a draw, and a
 perft too deep for the ply stack."""
 
-import unittest
-
 import uci_driver
-from uci_driver import BESTMOVE, INFO_CP, Engine
+from uci_driver import BESTMOVE, EngineTest, info_lines
 
 # Middle-game positions, searched once with a move time and once on a clock.
 MIDDLE_GAMES = [
@@ -34,21 +32,14 @@ MIDDLE_GAMES = [
 PERPETUAL = "7k/1Q4pp/R7/8/3q4/5P2/6PK/8 b - - 0 1"
 
 
-class PrincipalVariation(unittest.TestCase):
-    def setUp(self):
-        self.engine = Engine()
-        self.scale = uci_driver.time_scale()
-
-    def tearDown(self):
-        self.engine.close()
-
+class PrincipalVariation(EngineTest):
     def test_bestmove_carries_the_reply_of_its_principal_variation(self):
         checked = 0
         for go in ("go movetime 200", "go wtime 5000 btime 5000 winc 50 binc 50"):
             for fen in MIDDLE_GAMES:
                 self.engine.command("position fen " + fen)
                 lines = self.engine.search(go, timeout=30 * self.scale)
-                reports = [INFO_CP.fullmatch(l) for l in lines if INFO_CP.fullmatch(l)]
+                reports = info_lines(lines)
                 best = BESTMOVE.fullmatch(lines[-1])
                 self.assertIsNotNone(best, lines[-1])
                 if not reports:
@@ -69,7 +60,7 @@ class PrincipalVariation(unittest.TestCase):
         self.engine.search("go depth 12", timeout=60 * self.scale)
         self.engine.command("position fen %s moves d4h4 h2g1" % PERPETUAL)
         lines = self.engine.search("go depth 12", timeout=60 * self.scale)
-        reports = [INFO_CP.fullmatch(l) for l in lines if INFO_CP.fullmatch(l)]
+        reports = info_lines(lines)
         self.assertTrue(reports, lines)
         for report in reports:
             self.assertEqual(report.group(1), "0")

@@ -4,7 +4,7 @@ import os
 import unittest
 
 import uci_driver
-from uci_driver import Engine
+from uci_driver import AFTER_E4_GRID, START_GRID, EngineTest
 
 UCI_REPLY = [
     "id name Vorix 2.211",
@@ -23,20 +23,10 @@ HELP_REPLY = [
     "other commands 'perft depth', default depth=6, change board with 'position'; 'showboard' shows the current board",
 ]
 
-SEPARATOR = "+---+---+---+---+---+---+---+---+"
-
-
-def grid(ranks):
-    """The showboard text for eight rank strings of eight characters ('.' for an empty square)."""
-    lines = [SEPARATOR]
-    for rank in ranks:
-        lines.append("".join("| %s " % (" " if c == "." else c) for c in rank) + "|")
-        lines.append(SEPARATOR)
-    return lines
-
-
-START_GRID = grid(["rnbqkbnr", "pppppppp", "........", "........", "........", "........", "PPPPPPPP", "RNBQKBNR"])
-AFTER_E4_GRID = grid(["rnbqkbnr", "pppppppp", "........", "........", "....P...", "........", "PPPP.PPP", "RNBQKBNR"])
+# Lines and their exact replies; "stop" and "ponderhit" without a search have nothing to answer.
+FIXED_REPLIES = [("help", HELP_REPLY)] + [
+    (line, ["Unknown command"]) for line in ["foo", "UCI", "go2", "positionx startpos", "  bar  baz"]] + [
+    (line, []) for line in ["evil", "evil with words", "", "   ", "\t", "stop", "ponderhit", "stop", "ponderhit"]]
 
 # (option, value sent, exact reply): clamping at both ends of every numeric option.
 OPTION_REPLIES = [
@@ -62,8 +52,8 @@ OPTION_REPLIES = [
     ("THREADS", "2", "info string Number of threads set to : 2"),
 ]
 
-# setoption lines whose value is missing or not a number, and the value each option holds before
-# (set by the test): one "info string" line that names the value kept.
+# setoption lines whose value is missing or not a number, and the value the option holds (set by
+# the test): one "info string" line that names the value kept.
 BAD_VALUES = [
     ("setoption name Hash", "3"),
     ("setoption name Hash value", "3"),
@@ -76,30 +66,26 @@ BAD_VALUES = [
     ("setoption name SyzygyProbeDepth value -", "9"),
     ("setoption name Ponder value maybe", "1"),
     ("setoption name Ponder", "1"),
+    ("setoption name NoSuchOption value 1", ""),
 ]
 
 
-class Replies(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.engine = Engine()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.engine.close()
-
+class Replies(EngineTest):
     def test_uci_lists_identity_and_six_options(self):
         self.engine.send("uci")
-        got = [l.text for l in self.engine.read_until("uciok")]
-        self.assertEqual(got, UCI_REPLY)
+        self.assertEqual([l.text for l in self.engine.read_until("uciok")], UCI_REPLY)
         self.assertEqual(self.engine.sync(), [])
 
     def test_isready_and_ucinewgame_answer_readyok(self):
-        self.engine.send("isready")
-        self.engine.expect_next("readyok")
-        self.engine.send("ucinewgame")
-        self.engine.expect_next("readyok")
+        for line in ("isready", "ucinewgame"):
+            self.engine.send(line)
+            self.engine.expect_next("readyok")
         self.assertEqual(self.engine.sync(), [])
+
+    def test_fixed_replies(self):
+        for line, reply in FIXED_REPLIES:
+            with self.subTest(line=line):
+                self.assertEqual(self.engine.command(line), reply)
 
     def test_setoption_replies_with_the_clamped_value(self):
         for option, value, reply in OPTION_REPLIES:
@@ -107,11 +93,9 @@ class Replies(unittest.TestCase):
                 self.assertEqual(self.engine.command("setoption name %s value %s" % (option, value)), [reply])
 
     def test_setoption_without_a_usable_value_keeps_the_old_one(self):
-        self.engine.command("setoption name Hash value 3")
-        self.engine.command("setoption name Threads value 2")
-        self.engine.command("setoption name MoveOverhead value 77")
-        self.engine.command("setoption name SyzygyProbeDepth value 9")
-        self.engine.command("setoption name Ponder value true")
+        for option, value in [("Hash", 3), ("Threads", 2), ("MoveOverhead", 77), ("SyzygyProbeDepth", 9),
+                              ("Ponder", "true")]:
+            self.engine.command("setoption name %s value %s" % (option, value))
         for line, kept in BAD_VALUES:
             with self.subTest(line=line):
                 replies = self.engine.command(line)
@@ -119,74 +103,20 @@ class Replies(unittest.TestCase):
                 self.assertTrue(replies[0].startswith("info string "), replies)
                 self.assertNotIn("set to", replies[0])
                 self.assertRegex(replies[0], r"\b%s\b" % kept)
-        self.engine.command("setoption name Threads value 1")
-
-    def test_unknown_option_gets_one_info_line(self):
-        replies = self.engine.command("setoption name NoSuchOption value 1")
-        self.assertEqual(len(replies), 1, replies)
-        self.assertTrue(replies[0].startswith("info string "))
-
-    def test_unknown_command(self):
-        for line in ["foo", "UCI", "go2", "positionx startpos", "  bar  baz"]:
-            with self.subTest(line=line):
-                self.assertEqual(self.engine.command(line), ["Unknown command"])
-
-    def test_silent_lines(self):
-        for line in ["evil", "evil with words", "", "   ", "\t"]:
-            with self.subTest(line=line):
-                self.assertEqual(self.engine.command(line), [])
 
     def test_carriage_returns_and_tabs_separate_words(self):
         # Lines from a Windows GUI end in "\r\n"; tabs and runs of blanks separate words.
         self.engine.send("isready\r")
         self.engine.expect_next("readyok")
-        self.assertEqual(self.engine.command("setoption name Hash value 2\r"),
-                         ["info string Size of Hashtable set to : 2"])
-        self.assertEqual(self.engine.command("setoption name SyzygyPath value <empty>\r"),
-                         ["info string Syzygy tablebases used from directory : <empty>"])
-        self.assertEqual(self.engine.command("position\tstartpos  moves\te2e4 \r"), [])
-        self.assertEqual(self.engine.command("showboard\r"), AFTER_E4_GRID)
-        self.assertEqual(self.engine.command("position fen rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR\tw KQkq -  0 1\r"),
-                         [])
-        self.assertEqual(self.engine.command("showboard"), START_GRID)
-        self.assertEqual(self.engine.command("\r"), [])
-        self.assertEqual(self.engine.command("evil\r"), [])
+        for line, reply in [
+                ("setoption name Hash value 2\r", ["info string Size of Hashtable set to : 2"]),
+                ("setoption name SyzygyPath value <empty>\r",
+                 ["info string Syzygy tablebases used from directory : <empty>"]),
+                ("position\tstartpos  moves\te2e4 \r", []), ("showboard\r", AFTER_E4_GRID),
+                ("position fen rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR\tw KQkq -  0 1\r", []),
+                ("showboard", START_GRID), ("\r", []), ("evil\r", [])]:
+            self.assertEqual(self.engine.command(line), reply)
 
-    def test_help_text(self):
-        self.assertEqual(self.engine.command("help"), HELP_REPLY)
-
-    def test_showboard_grids(self):
-        self.engine.command("position startpos")
-        self.assertEqual(self.engine.command("showboard"), START_GRID)
-        self.engine.command("position fen rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq e3 0 1")
-        self.assertEqual(self.engine.command("showboard"), AFTER_E4_GRID)
-        self.engine.command("position startpos moves e2e4")
-        self.assertEqual(self.engine.command("showboard"), AFTER_E4_GRID)
-
-
-class Startup(unittest.TestCase):
-    def test_banner_then_uci_handshake(self):
-        # The banner is checked by the driver; "uci" must come right after it.
-        with Engine() as engine:
-            engine.send("uci")
-            got = [engine.next_line().text for _ in UCI_REPLY]
-            self.assertEqual(got, UCI_REPLY)
-            self.assertEqual(engine.quit(), 0)
-
-    def test_end_of_input_ends_the_engine(self):
-        with Engine() as engine:
-            engine.close_input()
-            self.assertEqual(engine.wait_exit(), 0)
-            self.assertEqual(engine.lines_for(0.1), [])
-
-    def test_quit_ends_the_engine_without_more_output(self):
-        with Engine() as engine:
-            engine.send("quit")
-            self.assertEqual(engine.wait_exit(), 0)
-            self.assertEqual(engine.lines_for(0.1), [])
-
-
-class HugeHash(unittest.TestCase):
     @unittest.skipUnless(
         os.path.exists("/proc/sys/vm/overcommit_memory")
         and open("/proc/sys/vm/overcommit_memory").read().strip() in ("0", "2")
@@ -194,16 +124,13 @@ class HugeHash(unittest.TestCase):
         "only where a 256 GB table cannot be mapped (it would otherwise be cleared page by page)",
     )
     def test_hash_above_the_maximum_is_clamped_and_the_engine_keeps_working(self):
-        with Engine() as engine:
-            replies = engine.command("setoption name Hash value 262145")
-            self.assertEqual(len(replies), 1, replies)
-            self.assertTrue(replies[0].startswith("info string "), replies)
-            # Either the clamped table was allocated, or the refusal names the clamped size.
-            self.assertIn("262144", replies[0])
-            self.assertNotIn("262145", replies[0])
-            lines = engine.search("go depth 4")
-            self.assertRegex(lines[-1], uci_driver.BESTMOVE)
-            self.assertEqual(engine.quit(), 0)
+        replies = self.engine.command("setoption name Hash value 262145")
+        self.assertEqual(len(replies), 1, replies)
+        # Either the clamped table was allocated, or the refusal names the clamped size.
+        self.assertRegex(replies[0], r"^info string .*\b262144\b")
+        self.assertNotIn("262145", replies[0])
+        self.assert_search_result(self.engine.search("go depth 4"))
+        self.assertEqual(self.engine.quit(), 0)
 
 
 if __name__ == "__main__":

@@ -1,18 +1,17 @@
 """The "texel" command end to end: the progress lines of a run over the labelled positions in the
-working directory, the message for a missing file, and the count of skipped lines.
-
-Usage: python3 test_texel.py <path-to-vorix>, with VORIX_SHARED_DIR naming the shared data.
+working directory, the message for a missing file, and the count of skipped lines. The whole
+data set is read from VORIX_SHARED_DIR/texel when it is there.
 """
 
 import os
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 
-ENGINE = None
+import uci_driver
+
 RUN_TIMEOUT = 300.0  # the whole data set on a small machine, or a sanitizer build
 BANNER_END = "enter 'help' to see the commands"
 MISSING = "There seems to be a problem with the tuning file. tuning not executed"
@@ -21,7 +20,7 @@ NUMBER = r"(\S+)"
 
 def run_texel(directory):
     """The engine's lines after the banner for "texel" then "quit", run in directory."""
-    done = subprocess.run([ENGINE], input="texel\nquit\n", capture_output=True, text=True,
+    done = subprocess.run([uci_driver.engine_path()], input="texel\nquit\n", capture_output=True, text=True,
                           cwd=directory, timeout=RUN_TIMEOUT)
     if done.returncode != 0:
         raise AssertionError("engine ended with %d: %s" % (done.returncode, done.stderr[-2000:]))
@@ -88,7 +87,4 @@ class TexelRun(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) < 2:
-        sys.exit("usage: test_texel.py <path-to-vorix>")
-    ENGINE = os.path.abspath(sys.argv.pop(1))
-    unittest.main()
+    uci_driver.main()
