@@ -3,6 +3,7 @@
 #include "engine/movegen/legal.h"
 
 #include "engine/board/attacks.h"
+#include "engine/movegen/attackers.h"
 #include "engine/movegen/makemove.h"
 #include "engine/movegen/staged.h"
 
@@ -102,13 +103,5 @@ bool isMovePseudoLegal(const positionStruct* pos, int ply, moveStruct move) {
         return !(occupied & between) && !isSquareAttacked(pos, kingSide ? home + 1 : home - 1, side ^ 1, occupied);
     }
     if (kind != KIND_NORMAL) return false;
-    bitboard attacks;
-    switch (type) {
-        case KNIGHT: attacks = knightAttackTable[from]; break;
-        case BISHOP: attacks = bishopAttacks(from, occupied); break;
-        case ROOK: attacks = rookAttacks(from, occupied); break;
-        case QUEEN: attacks = queenAttacks(from, occupied); break;
-        default: attacks = kingAttackTable[from]; break;
-    }
-    return (attacks & squareBit(to)) != 0;
+    return (attacksOf(type, from, occupied) & squareBit(to)) != 0;
 }

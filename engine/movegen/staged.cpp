@@ -3,6 +3,7 @@
 #include "engine/movegen/staged.h"
 
 #include "engine/board/attacks.h"
+#include "engine/movegen/attackers.h"
 
 namespace {
 
@@ -85,15 +86,7 @@ moveStruct* pieceMoves(const positionStruct* pos, moveStruct* list, bitboard tar
         bitboard pieces = pos->bitboards[piece];
         while (pieces) {
             int from = popLowestSquare(pieces);
-            bitboard attacks;
-            switch (piece >> 1) {
-                case 2: attacks = knightAttackTable[from]; break;
-                case 3: attacks = bishopAttacks(from, occupied); break;
-                case 4: attacks = rookAttacks(from, occupied); break;
-                case 5: attacks = queenAttacks(from, occupied); break;
-                default: attacks = kingAttackTable[from]; break;
-            }
-            attacks &= targets;
+            bitboard attacks = attacksOf(typeOf(piece), from, occupied) & targets;
             while (attacks) {
                 int to = popLowestSquare(attacks);
                 *list++ = makeMove4(from, to, KIND_NORMAL, captures ? captureScore(pos->board[to], piece) : 0);
@@ -184,96 +177,112 @@ moveStruct* quietMoves(const positionStruct* pos, int ply, moveStruct* list) {
 const uint8_t evadeCaptureScore[5] = {250, 236, 235, 234, 233};
 const uint8_t evadeBlockScore[5] = {210, 206, 205, 204, 203};
 
+// Enemy pieces giving check to the king on square king.
 template <int side>
-moveStruct* evasionMoves(positionStruct* pos, int ply, moveStruct* list) {
-    typedef pawnShift<side> P;
+inline bitboard checkersOf(const positionStruct* pos, int king, bitboard occupied) {
     const bitboard* bb = pos->bitboards;
     const int enemy = side ^ 1;
-    int king = lowestSquare(bb[WHITE_KING + side]);
-    bitboard occupied = occupancy(pos);
-    bitboard checkers = (bishopAttacks(king, occupied) & (bb[WHITE_BISHOP + enemy] | bb[WHITE_QUEEN + enemy])) |
-                        (rookAttacks(king, occupied) & (bb[WHITE_ROOK + enemy] | bb[WHITE_QUEEN + enemy])) |
-                        (attackByPawnTable[side][king] & bb[WHITE_PAWN + enemy]) |
-                        (knightAttackTable[king] & bb[WHITE_KNIGHT + enemy]);
+    return (bishopAttacks(king, occupied) & (bb[WHITE_BISHOP + enemy] | bb[WHITE_QUEEN + enemy])) |
+           (rookAttacks(king, occupied) & (bb[WHITE_ROOK + enemy] | bb[WHITE_QUEEN + enemy])) |
+           (attackByPawnTable[side][king] & bb[WHITE_PAWN + enemy]) |
+           (knightAttackTable[king] & bb[WHITE_KNIGHT + enemy]);
+}
 
-    // King steps, with the king taken off the board so sliders see through its old square.
+// King steps to safe squares, with the king taken off the board so sliders see through its old
+// square. Taking the checker is ordered above taking another piece.
+template <int side>
+inline moveStruct* kingEvasions(const positionStruct* pos, moveStruct* list, int king, bitboard occupied,
+                                bitboard checkers) {
     bitboard withoutKing = occupied ^ squareBit(king);
-    bitboard steps = kingAttackTable[king] & ~bb[side];
+    bitboard steps = kingAttackTable[king] & ~pos->bitboards[side];
     while (steps) {
         int to = popLowestSquare(steps);
-        if (isSquareAttacked(pos, to, enemy, withoutKing)) continue;
+        if (isSquareAttacked(pos, to, side ^ 1, withoutKing)) continue;
         int victim = pos->board[to];
         int order = victim ? victim - ((checkers & squareBit(to)) ? 35 : 36) : 202;
         *list++ = makeMove4(king, to, KIND_NORMAL, order & 0xFF);
     }
-    if (!checkers || moreThanOne(checkers)) return list;
+    return list;
+}
 
-    int checker = lowestSquare(checkers);
-    bitboard blocks = inBetweenSquares[king][checker];
-    bitboard notPinned = pos->plyState[ply].notPinned;
+// One pawn move, or its four promotions (queen first) when it reaches the last rank.
+template <int side>
+inline moveStruct* pawnEvasion(moveStruct* list, int from, int to, int order) {
+    if (squareBit(to) & pawnShift<side>::lastRank) {
+        for (int kind = KIND_PROMOTE_QUEEN; kind >= KIND_PROMOTE_KNIGHT; kind -= 2)
+            *list++ = makeMove4(from, to, kind, order);
+    } else {
+        *list++ = makeMove4(from, to, KIND_NORMAL, order);
+    }
+    return list;
+}
 
-    // Pawns: capture the checker, push onto a blocking square, en passant of a checking pawn.
-    bitboard pawns = bb[WHITE_PAWN + side] & notPinned;
+// Captures of the checker by the pawns, west captures first.
+template <int side>
+inline moveStruct* pawnCapturesOfChecker(moveStruct* list, bitboard pawns, bitboard checkers) {
+    typedef pawnShift<side> P;
     const int step[2] = {P::westStep, P::eastStep};
     bitboard captures[2] = {P::captureWest(pawns) & checkers, P::captureEast(pawns) & checkers};
     for (int d = 0; d < 2; d++) {
         while (captures[d]) {
             int to = popLowestSquare(captures[d]);
-            int from = to - step[d];
-            if (squareBit(to) & P::lastRank) {
-                for (int kind = KIND_PROMOTE_QUEEN; kind >= KIND_PROMOTE_KNIGHT; kind -= 2)
-                    *list++ = makeMove4(from, to, kind, evadeCaptureScore[PAWN]);
-            } else {
-                *list++ = makeMove4(from, to, KIND_NORMAL, evadeCaptureScore[PAWN]);
-            }
+            list = pawnEvasion<side>(list, to - step[d], to, evadeCaptureScore[PAWN]);
         }
     }
+    return list;
+}
+
+// Pawn pushes onto a blocking square: single steps, then double steps.
+template <int side>
+inline moveStruct* pawnBlocks(moveStruct* list, bitboard pawns, bitboard occupied, bitboard blocks) {
+    typedef pawnShift<side> P;
     bitboard empty = ~occupied;
     bitboard single = P::up(pawns) & empty;
     bitboard doubles = P::up(single & P::doubleStepRank) & empty & blocks;
     single &= blocks;
     while (single) {
         int to = popLowestSquare(single);
-        int from = to - P::upStep;
-        if (squareBit(to) & P::lastRank) {
-            for (int kind = KIND_PROMOTE_QUEEN; kind >= KIND_PROMOTE_KNIGHT; kind -= 2)
-                *list++ = makeMove4(from, to, kind, evadeBlockScore[PAWN]);
-        } else {
-            *list++ = makeMove4(from, to, KIND_NORMAL, evadeBlockScore[PAWN]);
-        }
+        list = pawnEvasion<side>(list, to - P::upStep, to, evadeBlockScore[PAWN]);
     }
     while (doubles) {
         int to = popLowestSquare(doubles);
         *list++ = makeMove4(to - 2 * P::upStep, to, KIND_DOUBLE_STEP, evadeBlockScore[PAWN]);
     }
-    int ep = pos->plyState[ply].enPassantSquare;
-    if (ep == checker) {
-        bitboard takers = enpassantTable[ep] & pawns;
-        while (takers) {
-            int from = popLowestSquare(takers);
-            // Taking both pawns off the rank may expose the king along it.
-            bitboard after = (occupied ^ squareBit(from) ^ squareBit(ep)) | squareBit(ep + P::upStep);
-            if (rookAttacks(king, after) & (bb[WHITE_ROOK + enemy] | bb[WHITE_QUEEN + enemy])) continue;
-            if (bishopAttacks(king, after) & (bb[WHITE_BISHOP + enemy] | bb[WHITE_QUEEN + enemy])) continue;
-            *list++ = makeMove4(from, ep, KIND_ENPASSANT, evadeCaptureScore[PAWN]);
-        }
-    }
+    return list;
+}
 
-    // Knights, bishops, rooks, queens onto the checker or a blocking square.
+// En passant of a checking pawn that has just double-stepped, unless taking both pawns off the
+// rank exposes the king along a line.
+template <int side>
+inline moveStruct* enPassantEvasions(const positionStruct* pos, int ply, moveStruct* list, int king, int checker,
+                                     bitboard pawns, bitboard occupied) {
+    typedef pawnShift<side> P;
+    const bitboard* bb = pos->bitboards;
+    const int enemy = side ^ 1;
+    int ep = pos->plyState[ply].enPassantSquare;
+    if (ep != checker) return list;
+    bitboard takers = enpassantTable[ep] & pawns;
+    while (takers) {
+        int from = popLowestSquare(takers);
+        bitboard after = (occupied ^ squareBit(from) ^ squareBit(ep)) | squareBit(ep + P::upStep);
+        if (rookAttacks(king, after) & (bb[WHITE_ROOK + enemy] | bb[WHITE_QUEEN + enemy])) continue;
+        if (bishopAttacks(king, after) & (bb[WHITE_BISHOP + enemy] | bb[WHITE_QUEEN + enemy])) continue;
+        *list++ = makeMove4(from, ep, KIND_ENPASSANT, evadeCaptureScore[PAWN]);
+    }
+    return list;
+}
+
+// Knights, bishops, rooks and queens that are not pinned, onto the checker or a blocking square.
+template <int side>
+inline moveStruct* pieceEvasions(const positionStruct* pos, moveStruct* list, bitboard occupied, bitboard checkers,
+                                 bitboard blocks, bitboard notPinned) {
     bitboard targets = checkers | blocks;
     for (int piece = WHITE_KNIGHT + side; piece <= BLACK_QUEEN; piece += 2) {
-        bitboard pieces = bb[piece] & notPinned;
+        bitboard pieces = pos->bitboards[piece] & notPinned;
         int type = typeOf(piece);
         while (pieces) {
             int from = popLowestSquare(pieces);
-            bitboard attacks;
-            switch (type) {
-                case KNIGHT: attacks = knightAttackTable[from]; break;
-                case BISHOP: attacks = bishopAttacks(from, occupied); break;
-                case ROOK: attacks = rookAttacks(from, occupied); break;
-                default: attacks = queenAttacks(from, occupied); break;
-            }
-            attacks &= targets;
+            bitboard attacks = attacksOf(type, from, occupied) & targets;
             while (attacks) {
                 int to = popLowestSquare(attacks);
                 int order = (squareBit(to) & checkers) ? evadeCaptureScore[type] : evadeBlockScore[type];
@@ -282,6 +291,26 @@ moveStruct* evasionMoves(positionStruct* pos, int ply, moveStruct* list) {
         }
     }
     return list;
+}
+
+// The legal moves out of check: king steps; against a single checker also the captures of it
+// and the blocks, by pawns (en passant included) and then by the other pieces.
+template <int side>
+moveStruct* evasionMoves(positionStruct* pos, int ply, moveStruct* list) {
+    int king = lowestSquare(pos->bitboards[WHITE_KING + side]);
+    bitboard occupied = occupancy(pos);
+    bitboard checkers = checkersOf<side>(pos, king, occupied);
+    list = kingEvasions<side>(pos, list, king, occupied, checkers);
+    if (!checkers || moreThanOne(checkers)) return list;
+
+    int checker = lowestSquare(checkers);
+    bitboard blocks = inBetweenSquares[king][checker];
+    bitboard notPinned = pos->plyState[ply].notPinned;
+    bitboard pawns = pos->bitboards[WHITE_PAWN + side] & notPinned;
+    list = pawnCapturesOfChecker<side>(list, pawns, checkers);
+    list = pawnBlocks<side>(list, pawns, occupied, blocks);
+    list = enPassantEvasions<side>(pos, ply, list, king, checker, pawns, occupied);
+    return pieceEvasions<side>(pos, list, occupied, checkers, blocks, notPinned);
 }
 
 }  // namespace

@@ -20,3 +20,15 @@ bool isSquareAttacked(const positionStruct* pos, int square, int by, bitboard oc
 inline uint8_t captureScore(int victim, int attacker) { return static_cast<uint8_t>(8 * victim - (attacker & ~1)); }
 constexpr uint8_t ENPASSANT_SCORE = 14;
 constexpr uint8_t QUIET_PROMOTION_SCORE = 1;  // queen push-promotion in quiescence
+
+// Swaps the move with the largest ordering byte in [cursor, end) (the earliest on ties) to the
+// cursor and returns the cursor. The range must not be empty.
+inline moveStruct* selectBestByOrder(moveStruct* cursor, const moveStruct* end) {
+    moveStruct* best = cursor;
+    for (moveStruct* m = cursor + 1; m < end; m++)
+        if (m->order > best->order) best = m;
+    moveStruct chosen = *best;
+    *best = *cursor;
+    *cursor = chosen;
+    return cursor;
+}

@@ -45,29 +45,6 @@ inline int searchChild(int ply, int depth, int alpha, int beta, positionStruct* 
 inline void raiseHistory(int16_t& h, int bonus) { h = static_cast<int16_t>(h + bonus - (bonus * h) / HISTORY_MAX); }
 inline void lowerHistory(int16_t& h, int bonus) { h = static_cast<int16_t>(h - bonus - (bonus * h) / HISTORY_MAX); }
 
-// Continuation-history cells of a move keyed by the moves one and two plies back; null when
-// that ply made no real move.
-struct continuationCells {
-    int16_t* counter;
-    int16_t* followUp;
-};
-
-inline continuationCells continuationOf(positionStruct* pos, int ply, int piece, int to) {
-    continuationCells cells = {nullptr, nullptr};
-    searchDataStruct* data = pos->search;
-    if (ply >= 1) {
-        const moveStruct previous = pos->plyState[ply - 1].currentMove;
-        if (previous.from != previous.to)
-            cells.counter = &data->counterMoveHistory[pos->plyState[ply].movedPiece - 2][previous.to][piece - 2][to];
-    }
-    if (ply >= 2) {
-        const moveStruct before = pos->plyState[ply - 2].currentMove;
-        if (before.from != before.to)
-            cells.followUp = &data->followUpHistory[pos->plyState[ply - 1].movedPiece - 2][before.to][piece - 2][to];
-    }
-    return cells;
-}
-
 // Null move: the side to move passes. Returns the saved key for the undo.
 inline uint64_t makeNullMove(positionStruct* pos, int ply) {
     plyStateStruct* entry = &pos->plyState[ply];
@@ -95,12 +72,8 @@ inline void unmakeNullMove(positionStruct* pos, uint64_t savedKey) {
 moveStruct doNextMoveProbCut(int ply, moveStruct*& cursor, positionStruct* pos, int threshold) {
     plyStateStruct* entry = &pos->plyState[ply];
     while (cursor < entry->moveListEnd) {
-        moveStruct* best = cursor;
-        for (moveStruct* m = cursor + 1; m < entry->moveListEnd; m++)
-            if (m->order > best->order) best = m;
-        moveStruct chosen = *best;
-        *best = *cursor;
-        *cursor++ = chosen;
+        moveStruct chosen = *selectBestByOrder(cursor, entry->moveListEnd);
+        cursor++;
         if (chosen.kind == KIND_ENPASSANT ? threshold <= seeValue[WHITE_PAWN] : exchangeAtLeast(pos, chosen, threshold))
             return chosen;
     }

@@ -22,16 +22,6 @@ inline bool passesExchangeTest(const positionStruct* pos, moveStruct move) {
     return staticExchange(pos, move) >= 0;
 }
 
-// Swaps the unsearched move with the largest ordering byte (earliest on ties) to the cursor.
-inline void bringBestForward(moveStruct* cursor, moveStruct* end) {
-    moveStruct* best = cursor;
-    for (moveStruct* m = cursor + 1; m < end; m++)
-        if (m->order > best->order) best = m;
-    moveStruct chosen = *best;
-    *best = *cursor;
-    *cursor = chosen;
-}
-
 }  // namespace
 
 int quiescence(unsigned char ply, int qdepth, short alphaIn, short betaIn, positionStruct* pos) {
@@ -98,7 +88,7 @@ int quiescence(unsigned char ply, int qdepth, short alphaIn, short betaIn, posit
     checkInfoStruct checkInfo;
     bool checkInfoReady = false;
     for (; cursor < end; cursor++) {
-        bringBestForward(cursor, end);
+        selectBestByOrder(cursor, end);
         moveStruct move = *cursor;
         if (exchangeFilter && !passesExchangeTest(pos, move)) {
             // Losing captures are never searched here, deliberately; drop it and pick again.

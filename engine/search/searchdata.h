@@ -29,5 +29,28 @@ struct searchDataStruct {
     threadProgressStruct progress;
 };
 
+// Continuation-history cells of a move keyed by the moves one and two plies back; null when
+// that ply made no real move.
+struct continuationCells {
+    int16_t* counter;
+    int16_t* followUp;
+};
+
+inline continuationCells continuationOf(const positionStruct* pos, int ply, int piece, int to) {
+    continuationCells cells = {nullptr, nullptr};
+    searchDataStruct* data = pos->search;
+    if (ply >= 1) {
+        const moveStruct previous = pos->plyState[ply - 1].currentMove;
+        if (previous.from != previous.to)
+            cells.counter = &data->counterMoveHistory[pos->plyState[ply].movedPiece - 2][previous.to][piece - 2][to];
+    }
+    if (ply >= 2) {
+        const moveStruct before = pos->plyState[ply - 2].currentMove;
+        if (before.from != before.to)
+            cells.followUp = &data->followUpHistory[pos->plyState[ply - 1].movedPiece - 2][before.to][piece - 2][to];
+    }
+    return cells;
+}
+
 // Zeroes the histories and counter moves.
 void clearSearchHistory(searchDataStruct* data);

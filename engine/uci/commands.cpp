@@ -93,86 +93,136 @@ bool playMoveText(const std::string& text) {
     return true;
 }
 
-void setOption(std::istringstream& words, const std::string& line) {
-    std::string word, name, value;
-    words >> word;
-    if (word != "name" || !(words >> name)) {
-        say("info string setoption needs: setoption name <option> value <value>");
-        return;
-    }
+// A setoption command: the option's name as sent, the first word after "value" and the whole
+// line (a path may hold blanks).
+struct optionRequest {
+    const std::string& line;
+    std::string name;
+    std::string value;
     bool hasValue = false;
+};
+
+// Reads "name <option> [... value <value>]"; false when the name is missing.
+bool readOptionRequest(std::istringstream& words, optionRequest* request) {
+    std::string word;
+    words >> word;
+    if (word != "name" || !(words >> request->name)) return false;
     while (words >> word) {
         if (word == "value") {
-            hasValue = static_cast<bool>(words >> value);
+            request->hasValue = static_cast<bool>(words >> request->value);
             break;
         }
     }
-    std::string option = lowerCase(name);
-    if (option == "syzygypath") {
-        // A path may hold blanks: the value is the rest of the line.
-        size_t at = line.find(" value ");
-        value = at == std::string::npos ? std::string() : line.substr(at + 7);
-        while (!value.empty() && (value.back() == ' ' || value.back() == '\r')) value.pop_back();
-        while (!value.empty() && value.front() == ' ') value.erase(0, 1);
-        if (refuseWhileSearching("changing SyzygyPath")) return;
-        engine.syzygyPath = value;
-        tablebaseInit(value);
-        say("info string Syzygy tablebases used from directory : ", engine.syzygyPath);
+    return true;
+}
+
+// The value as a number; false when there is none or it is not numeric.
+bool numericValue(const optionRequest& request, int* number) {
+    return request.hasValue && parseInt(request.value, number);
+}
+
+void setSyzygyPath(const optionRequest& request) {
+    // A path may hold blanks: the value is the rest of the line.
+    const std::string& line = request.line;
+    size_t at = line.find(" value ");
+    std::string value = at == std::string::npos ? std::string() : line.substr(at + 7);
+    while (!value.empty() && (value.back() == ' ' || value.back() == '\r')) value.pop_back();
+    while (!value.empty() && value.front() == ' ') value.erase(0, 1);
+    if (refuseWhileSearching("changing SyzygyPath")) return;
+    engine.syzygyPath = value;
+    tablebaseInit(value);
+    say("info string Syzygy tablebases used from directory : ", engine.syzygyPath);
+}
+
+void setPonder(const optionRequest& request) {
+    const std::string& value = request.value;
+    if (!request.hasValue || (value != "true" && value != "false")) {
+        say("info string Ponder needs the value true or false; it stays ", engine.ponderOption);
         return;
     }
-    if (option == "ponder") {
-        if (!hasValue || (value != "true" && value != "false")) {
-            say("info string Ponder needs the value true or false; it stays ", engine.ponderOption);
-            return;
-        }
-        engine.ponderOption = value == "true";
-        say("info string Ponder set to : ", (engine.ponderOption ? 1 : 0));
-        return;
-    }
+    engine.ponderOption = value == "true";
+    say("info string Ponder set to : ", (engine.ponderOption ? 1 : 0));
+}
+
+void setHash(const optionRequest& request) {
     int number;
-    bool numeric = hasValue && parseInt(value, &number);
-    if (option == "hash") {
-        if (!numeric) {
-            say("info string Hash needs a number; it stays ", engine.hashSize);
-            return;
-        }
-        if (refuseWhileSearching("changing Hash")) return;
-        number = std::clamp(number, 1, HASH_MAX_MB);
-        if (!resizeHashTable(number)) {
-            say("info string Hash of ", number, " MB cannot be allocated; it stays ", engine.hashSize);
-            return;
-        }
-        engine.hashSize = number;
-        say("info string Size of Hashtable set to : ", number);
-    } else if (option == "threads") {
-        if (!numeric) {
-            say("info string Threads needs a number; it stays ", engine.nofThreads);
-            return;
-        }
-        if (refuseWhileSearching("changing Threads")) return;
-        int wanted = std::clamp(number, 1, THREADS_MAX);
-        theWorkForce.setNofWorkers(wanted);
-        engine.nofThreads = static_cast<int>(theWorkForce.workers.size());
-        if (engine.nofThreads < wanted)
-            say("info string only ", engine.nofThreads, " threads could be started: memory ran out");
-        say("info string Number of threads set to : ", engine.nofThreads);
-    } else if (option == "moveoverhead") {
-        if (!numeric) {
-            say("info string MoveOverhead needs a number; it stays ", engine.moveOverhead);
-            return;
-        }
-        engine.moveOverhead = std::clamp(number, 1, MOVE_OVERHEAD_MAX);
-        say("info string MoveOverhead set to : ", engine.moveOverhead);
-    } else if (option == "syzygyprobedepth") {
-        if (!numeric) {
-            say("info string SyzygyProbeDepth needs a number; it stays ", engine.syzygyProbeDepth.load());
-            return;
-        }
-        engine.syzygyProbeDepth.store(std::clamp(number, 0, PROBE_DEPTH_MAX));
-        say("info string SyzygyProbeDepth set to: ", engine.syzygyProbeDepth.load());
-    } else {
-        say("info string unknown option ", name);
+    if (!numericValue(request, &number)) {
+        say("info string Hash needs a number; it stays ", engine.hashSize);
+        return;
     }
+    if (refuseWhileSearching("changing Hash")) return;
+    number = std::clamp(number, 1, HASH_MAX_MB);
+    if (!resizeHashTable(number)) {
+        say("info string Hash of ", number, " MB cannot be allocated; it stays ", engine.hashSize);
+        return;
+    }
+    engine.hashSize = number;
+    say("info string Size of Hashtable set to : ", number);
+}
+
+void setThreads(const optionRequest& request) {
+    int number;
+    if (!numericValue(request, &number)) {
+        say("info string Threads needs a number; it stays ", engine.nofThreads);
+        return;
+    }
+    if (refuseWhileSearching("changing Threads")) return;
+    int wanted = std::clamp(number, 1, THREADS_MAX);
+    theWorkForce.setNofWorkers(wanted);
+    engine.nofThreads = static_cast<int>(theWorkForce.workers.size());
+    if (engine.nofThreads < wanted)
+        say("info string only ", engine.nofThreads, " threads could be started: memory ran out");
+    say("info string Number of threads set to : ", engine.nofThreads);
+}
+
+void setMoveOverhead(const optionRequest& request) {
+    int number;
+    if (!numericValue(request, &number)) {
+        say("info string MoveOverhead needs a number; it stays ", engine.moveOverhead);
+        return;
+    }
+    engine.moveOverhead = std::clamp(number, 1, MOVE_OVERHEAD_MAX);
+    say("info string MoveOverhead set to : ", engine.moveOverhead);
+}
+
+void setSyzygyProbeDepth(const optionRequest& request) {
+    int number;
+    if (!numericValue(request, &number)) {
+        say("info string SyzygyProbeDepth needs a number; it stays ", engine.syzygyProbeDepth.load());
+        return;
+    }
+    engine.syzygyProbeDepth.store(std::clamp(number, 0, PROBE_DEPTH_MAX));
+    say("info string SyzygyProbeDepth set to: ", engine.syzygyProbeDepth.load());
+}
+
+// The options by their lowercase names.
+struct optionHandler {
+    const char* name;
+    void (*set)(const optionRequest& request);
+};
+const optionHandler optionHandlers[] = {
+    {"syzygypath", setSyzygyPath},
+    {"ponder", setPonder},
+    {"hash", setHash},
+    {"threads", setThreads},
+    {"moveoverhead", setMoveOverhead},
+    {"syzygyprobedepth", setSyzygyProbeDepth},
+};
+
+void setOption(std::istringstream& words, const std::string& line) {
+    optionRequest request{line, {}, {}, false};
+    if (!readOptionRequest(words, &request)) {
+        say("info string setoption needs: setoption name <option> value <value>");
+        return;
+    }
+    std::string option = lowerCase(request.name);
+    for (const optionHandler& handler : optionHandlers) {
+        if (option == handler.name) {
+            handler.set(request);
+            return;
+        }
+    }
+    say("info string unknown option ", request.name);
 }
 
 void newGame() {

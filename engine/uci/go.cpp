@@ -37,85 +37,140 @@ bool parseUint64(const std::string& word, unsigned long long* value) {
     return true;
 }
 
-void allocateTime(int s) {
-    // Step 1. Base fraction f and hard fraction h, by the moves to go or the game's progress.
-    double f, h = 0.5;
-    if (!engine.movestogoGiven) {
-        f = engine.nofThreads <= 3 ? 0.66 : 0.72;
-        int ply = engine.gamePly;
-        if (ply == 1024) {
-            engine.movestogo = 30;
-            f *= 1.4;
-        } else if (ply <= 17) {
-            engine.movestogo = 40;
-        } else if (ply <= 50) {
-            engine.movestogo = 22;
-        } else if (ply <= 80) {
-            engine.movestogo = 25;
-        } else if (ply <= 200) {
-            engine.movestogo = 20;
-        } else {
-            engine.movestogo = 15;
-        }
+namespace {
+
+// The two fractions of the time allocation: soft scales the share of the clock per move, hard
+// is the largest part of the time left that one move may use.
+struct timeFractions {
+    double soft;
+    double hard;
+};
+
+// The budgets of one move in milliseconds, and the clock left after the move overhead.
+struct timeBudgets {
+    long long soft;
+    long long hard;
+    long long remaining;
+};
+
+// Without "movestogo": estimates the moves to go from the game ply (1024 when the game's start
+// is unknown) and returns the base fraction.
+double estimateMovesToGo() {
+    double f = engine.nofThreads <= 3 ? 0.66 : 0.72;
+    int ply = engine.gamePly;
+    if (ply == 1024) {
+        engine.movestogo = 30;
+        f *= 1.4;
+    } else if (ply <= 17) {
+        engine.movestogo = 40;
+    } else if (ply <= 50) {
+        engine.movestogo = 22;
+    } else if (ply <= 80) {
+        engine.movestogo = 25;
+    } else if (ply <= 200) {
+        engine.movestogo = 20;
     } else {
-        f = engine.nofThreads <= 3 ? 0.73 : 0.8;
-        if (engine.gamePly <= 17)
-            f *= 0.9;
-        else if (engine.gamePly <= 50)
-            f *= 1.1;
-        if (engine.movestogo == 1) h = 0.9;
+        engine.movestogo = 15;
+    }
+    return f;
+}
+
+// With "movestogo": the base fraction, smaller in the opening and larger in the early middle
+// game.
+double givenMovesToGoFraction() {
+    double f = engine.nofThreads <= 3 ? 0.73 : 0.8;
+    if (engine.gamePly <= 17)
+        f *= 0.9;
+    else if (engine.gamePly <= 50)
+        f *= 1.1;
+    return f;
+}
+
+// Step 1. The soft and the hard fraction, by the moves to go or the game's progress.
+timeFractions baseFractions() {
+    timeFractions fractions = {0.0, 0.5};
+    if (!engine.movestogoGiven) {
+        fractions.soft = estimateMovesToGo();
+    } else {
+        fractions.soft = givenMovesToGoFraction();
+        if (engine.movestogo == 1) fractions.hard = 0.9;
     }
     if (engine.movestogo < 1) engine.movestogo = 1;  // a zero or negative count would divide by zero
+    return fractions;
+}
 
-    // Step 2. A new game measures how much the increment is worth against the clock.
-    if (engine.newGame) {
-        engine.newGame = false;
-        int inc = engine.inc[s] > 1 ? engine.inc[s] : 1;
-        int r = engine.time[s] / inc;
-        r = r < 100 ? 100 : (r > 360 ? 360 : r);
-        engine.timeFactor = static_cast<float>(1.37 + static_cast<float>((r - 100) * 0.0014615385f));
-    }
-    engine.timeScale = 1.0f;
-    if (engine.ponderOption) f *= 1.1;
+// Step 2. A new game measures how much the increment is worth against the clock.
+void measureTimeFactor(int s) {
+    engine.newGame = false;
+    int inc = engine.inc[s] > 1 ? engine.inc[s] : 1;
+    int r = engine.time[s] / inc;
+    r = r < 100 ? 100 : (r > 360 ? 360 : r);
+    engine.timeFactor = static_cast<float>(1.37 + static_cast<float>((r - 100) * 0.0014615385f));
+}
 
-    // Steps 3-5. Budgets. Divided by movestogo, not by n, deliberately.
+// Steps 3-5. Budgets. Divided by movestogo, not by n, deliberately.
+timeBudgets budgetsFor(int s, timeFractions fractions) {
+    const double f = fractions.soft, h = fractions.hard;
     int n = engine.movestogoGiven ? engine.movestogo : static_cast<int>(engine.movestogo * engine.timeFactor);
     long long total = static_cast<long long>(engine.time[s]) + static_cast<long long>(engine.inc[s]) * (n - 1);
-    long long remaining = static_cast<long long>(engine.time[s]) - engine.moveOverhead;
+    timeBudgets budgets;
+    budgets.remaining = static_cast<long long>(engine.time[s]) - engine.moveOverhead;
     double soft = static_cast<double>(total / engine.movestogo) * f;
-    long long softTime = soft > 1.0 ? static_cast<long long>(soft) : 1;
-    long long hardTime;
+    budgets.soft = soft > 1.0 ? static_cast<long long>(soft) : 1;
     if (engine.movestogo == 1) {
-        hardTime = total - engine.moveOverhead;
+        budgets.hard = total - engine.moveOverhead;
     } else {
-        hardTime = 5 * softTime;
-        if (remaining * h <= static_cast<double>(hardTime)) hardTime = static_cast<long long>(remaining * h);
-        if (engine.movestogoGiven && engine.movestogo == 4 && hardTime < 40) hardTime = 40;
+        budgets.hard = 5 * budgets.soft;
+        if (budgets.remaining * h <= static_cast<double>(budgets.hard))
+            budgets.hard = static_cast<long long>(budgets.remaining * h);
+        if (engine.movestogoGiven && engine.movestogo == 4 && budgets.hard < 40) budgets.hard = 40;
     }
+    return budgets;
+}
 
-    // Step 6. Short of time: halve both and let the search stop sooner between iterations.
-    if (!engine.movestogoGiven && remaining / softTime <= 3) {
-        softTime /= 2;
-        hardTime /= 2;
-        engine.timeScale = 5.0f;
-    }
+// Step 6. Short of time: halve both and let the search stop sooner between iterations.
+void saveTimeWhenShort(timeBudgets* budgets) {
+    if (engine.movestogoGiven || budgets->remaining / budgets->soft > 3) return;
+    budgets->soft /= 2;
+    budgets->hard /= 2;
+    engine.timeScale = 5.0f;
+}
 
-    // Step 7. A fixed move time only has a hard limit.
+// Step 7. A fixed move time only has a hard limit; otherwise the hard budget is capped by the
+// time left but kept above the soft one.
+void applyMoveTimeOrCap(timeBudgets* budgets) {
     if (engine.movetime != 0) {
-        hardTime = engine.movetime;
-        softTime = 10LL * engine.movetime;
+        budgets->hard = engine.movetime;
+        budgets->soft = 10LL * engine.movetime;
     } else {
-        long long cap = remaining < hardTime ? remaining : hardTime;
-        hardTime = softTime + 1 > cap ? softTime + 1 : cap;
+        long long cap = budgets->remaining < budgets->hard ? budgets->remaining : budgets->hard;
+        budgets->hard = budgets->soft + 1 > cap ? budgets->soft + 1 : cap;
     }
-    // Never plan past the clock: with a large overhead the floor of softTime + 1 could exceed
-    // the time left.
-    if (engine.movetime == 0 && hardTime > remaining) {
-        hardTime = remaining > 1 ? remaining : 1;
-        if (softTime >= hardTime) softTime = hardTime > 1 ? hardTime - 1 : 1;
-    }
-    engine.softTime = static_cast<int32_t>(softTime > INT_MAX ? INT_MAX : (softTime < 1 ? 1 : softTime));
-    engine.hardTime = static_cast<int32_t>(hardTime > INT_MAX ? INT_MAX : (hardTime < 1 ? 1 : hardTime));
+}
+
+// Never plan past the clock: with a large overhead the floor of soft + 1 could exceed the time
+// left.
+void keepWithinClock(timeBudgets* budgets) {
+    if (engine.movetime != 0 || budgets->hard <= budgets->remaining) return;
+    budgets->hard = budgets->remaining > 1 ? budgets->remaining : 1;
+    if (budgets->soft >= budgets->hard) budgets->soft = budgets->hard > 1 ? budgets->hard - 1 : 1;
+}
+
+int32_t clampedMilliseconds(long long ms) { return static_cast<int32_t>(ms > INT_MAX ? INT_MAX : (ms < 1 ? 1 : ms)); }
+
+}  // namespace
+
+void allocateTime(int s) {
+    timeFractions fractions = baseFractions();
+    if (engine.newGame) measureTimeFactor(s);
+    engine.timeScale = 1.0f;
+    if (engine.ponderOption) fractions.soft *= 1.1;
+    timeBudgets budgets = budgetsFor(s, fractions);
+    saveTimeWhenShort(&budgets);
+    applyMoveTimeOrCap(&budgets);
+    keepWithinClock(&budgets);
+    engine.softTime = clampedMilliseconds(budgets.soft);
+    engine.hardTime = clampedMilliseconds(budgets.hard);
 }
 
 void finishPreviousSearch() {
