@@ -115,6 +115,60 @@ void rewardQuietCutoff(positionStruct* pos, int ply, int depth, moveStruct move,
     }
 }
 
+// Steps 1 to 3 of a node: count it, look at the clock every checkInterval nodes, and below the
+// root return at once on a repetition, insufficient material, a window closed by the mate
+// distance, or the ply horizon. True with *value when the node is decided; alpha and beta come
+// back narrowed by the mate distance.
+bool isDecidedOnEntry(int ply, int& alpha, int& beta, positionStruct* pos, int* value) {
+    pos->nodeCount++;
+    if (ply > pos->selDepth) pos->selDepth = ply;
+    if (--pos->timeCheckCounter < 0) {
+        pos->timeCheckCounter = pos->search->control->limits->checkInterval;
+        checkSearchLimits(pos);
+    }
+    *value = 0;
+    if (searchStopped(pos)) return true;
+    if (ply == 0) return false;
+    if (isRepetition(pos) || isInsufficientMaterial(pos)) return true;
+    if (clampToMateDistance(ply, alpha, beta)) {
+        *value = alpha;
+        return true;
+    }
+    if (ply > SEARCH_PLY_LIMIT) {
+        *value = evaluateN(ply, pos);
+        return true;
+    }
+    return false;
+}
+
+// Step 4: whether a hash entry decides a non-PV node below the root: deep enough, and its bound
+// puts the score outside the window (an exact score always does).
+bool hashEntryCuts(int ply, int depth, int alpha, int beta, bool pvNode, const hashEntryStruct& hashed) {
+    return !pvNode && ply > 0 && hashed.depth >= depth &&
+           ((hashed.bound != BOUND_UPPER && hashed.score >= beta) ||
+            (hashed.bound != BOUND_LOWER && hashed.score <= alpha) || hashed.bound == BOUND_EXACT) &&
+           hashed.bound != BOUND_NONE;
+}
+
+// Late-move pruning: at a shallow non-PV node not in check, quiet moves, killers and the counter
+// move that give no check are skipped once enough moves were searched.
+bool isPrunedLate(int ply, int depth, bool pvNode, bool inCheck, bool checking, int stage, int moveCount,
+                  bool improving) {
+    return ply > 0 && !pvNode && depth <= LMP_DEPTH && !inCheck && !checking && stage >= STAGE_KILLER1 &&
+           stage != STAGE_BAD_CAPTURES && moveCount >= LMP[improving][depth];
+}
+
+// The search of a move already made: the first move with the full window, later ones with a null
+// window at the reduced depth, again at the full depth when the reduced search beats alpha, and
+// with the full window when the score falls inside it.
+int searchMoveMade(int ply, int newDepth, int reduction, bool first, int alpha, int beta, positionStruct* pos) {
+    if (first) return searchChild(ply, newDepth, alpha, beta, pos);
+    int score = searchChild(ply, newDepth - reduction, alpha, alpha + 1, pos);
+    if (reduction > 0 && score > alpha) score = searchChild(ply, newDepth, alpha, alpha + 1, pos);
+    if (score > alpha && score < beta) score = searchChild(ply, newDepth, alpha, beta, pos);
+    return score;
+}
+
 // Step 5. Tablebases, probed right after a capture or pawn move (where the fifty-move count is
 // zero and the tables' result holds) when the piece count allows. True with *value when the
 // result decides the node.
@@ -351,24 +405,9 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     int alpha = alphaIn, beta = betaIn;
     plyStateStruct* entry = &pos->plyState[ply];
 
-    // Step 1. Count the node.
-    pos->nodeCount++;
-    if (ply > pos->selDepth) pos->selDepth = ply;
-
-    // Step 2. Look at the clock every checkInterval nodes.
-    if (--pos->timeCheckCounter < 0) {
-        pos->timeCheckCounter = pos->search->control->limits->checkInterval;
-        checkSearchLimits(pos);
-    }
-    if (searchStopped(pos)) return 0;
-
-    // Step 3. Draws and mate distance (never at the root).
-    if (ply > 0) {
-        if (isRepetition(pos)) return 0;
-        if (isInsufficientMaterial(pos)) return 0;
-        if (clampToMateDistance(ply, alpha, beta)) return alpha;
-        if (ply > SEARCH_PLY_LIMIT) return evaluateN(ply, pos);
-    }
+    // Steps 1 to 3. Count the node, look at the clock, draws and mate distance.
+    int decided;
+    if (isDecidedOnEntry(ply, alpha, beta, pos, &decided)) return decided;
 
     // Children searched before this node generates anything (null move, hash move) start
     // their lists where this node's list starts.
@@ -382,18 +421,11 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     // Step 4. Transposition table.
     hashEntryStruct hashed = {EMPTYMOVE, 0, 0, BOUND_NONE};
     bool hit = probeHash(pos->hashKey, ply, &hashed);
-    if (hit) {
-        if (!pvNode && ply > 0 && hashed.depth >= depth &&
-            ((hashed.bound != BOUND_UPPER && hashed.score >= beta) ||
-             (hashed.bound != BOUND_LOWER && hashed.score <= alpha) || hashed.bound == BOUND_EXACT) &&
-            hashed.bound != BOUND_NONE)
-            return hashed.score;
-        if (hashed.bound != BOUND_NONE) entry->hashMove = hashed.move;
-    }
+    if (hit && hashEntryCuts(ply, depth, alpha, beta, pvNode, hashed)) return hashed.score;
+    if (hit && hashed.bound != BOUND_NONE) entry->hashMove = hashed.move;
     if (!hit) hashed.bound = BOUND_NONE;
 
     // Step 5. Endgame tablebases.
-    int decided;
     if (probeTablebases(ply, depth, alpha, beta, pos, &decided)) return decided;
 
     // Steps 6 to 12. Static evaluation and the pruning front.
@@ -425,11 +457,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
         }
         const bool checking = moveGivesCheck(pos, checkInfo, move);
 
-        // Late-move pruning of quiet moves, killers and the counter move.
-        if (ply > 0 && !pvNode && depth <= LMP_DEPTH && !inCheck && !checking && stage >= STAGE_KILLER1 &&
-            stage != STAGE_BAD_CAPTURES && moveCount >= LMP[improving][depth])
-            continue;
-
+        if (isPrunedLate(ply, depth, pvNode, inCheck, checking, stage, moveCount, improving)) continue;
         bool legal =
             inCheck ? (stage == STAGE_EVASIONS || isLegalInCheck(pos, move)) : isLegalNotInCheck(pos, ply, move);
         if (!legal) continue;
@@ -453,17 +481,11 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
         const int newDepth = childDepth(depth, singular, checking, inCheck, quiet, move, piece, captured, cells, pos);
 
         playMove(pos, ply, move, checking);
-        int score;
-        if (moveCount == 0) {
-            score = searchChild(ply, newDepth, alpha, beta, pos);
-        } else {
-            int reduction = depth > 2 && !captured
-                                ? lateMoveReduction(depth, moveCount, improving, pvNode, stage, move, piece, cells, pos)
-                                : 0;
-            score = searchChild(ply, newDepth - reduction, alpha, alpha + 1, pos);
-            if (reduction > 0 && score > alpha) score = searchChild(ply, newDepth, alpha, alpha + 1, pos);
-            if (score > alpha && score < beta) score = searchChild(ply, newDepth, alpha, beta, pos);
-        }
+        const int reduction =
+            moveCount > 0 && depth > 2 && !captured
+                ? lateMoveReduction(depth, moveCount, improving, pvNode, stage, move, piece, cells, pos)
+                : 0;
+        const int score = searchMoveMade(ply, newDepth, reduction, moveCount == 0, alpha, beta, pos);
         unmakeMove(pos, ply, move);
         if (searchStopped(pos)) return 0;
         moveCount++;
