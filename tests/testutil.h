@@ -13,6 +13,7 @@
 #include "engine/board/zobrist.h"
 #include "engine/eval/evaluate.h"
 #include "engine/movegen/legal.h"
+#include "engine/movegen/staged.h"
 #include "engine/search/engine.h"
 #include "engine/search/tables.h"
 #include "engine/search/tt.h"
@@ -55,18 +56,23 @@ inline std::vector<moveStruct> listMoves(positionStruct* pos, int ply) {
     return std::vector<moveStruct>(pos->plyState[ply].moveList, pos->plyState[ply].moveListEnd);
 }
 
+// Every capture and quiet move of the side to move at ply, generated as if not in check.
+inline std::vector<moveStruct> pseudoLegalMoves(positionStruct* pos, int ply) {
+    plyStateStruct& entry = pos->plyState[ply];
+    const uint8_t inCheck = entry.inCheck;
+    entry.inCheck = 0;
+    generateMovesCaptures(ply, entry.moveList, pos);
+    generateMovesQuiets(ply, entry.moveListEnd, pos);
+    entry.inCheck = inCheck;
+    return listMoves(pos, ply);
+}
+
 // Sorted long algebraic texts of moves made by the side to move.
 inline std::vector<std::string> textsOf(const std::vector<moveStruct>& moves, int side) {
     std::vector<std::string> texts;
     for (moveStruct m : moves) texts.push_back(moveToLA(&m, static_cast<unsigned char>(side)));
     std::sort(texts.begin(), texts.end());
     return texts;
-}
-
-// Sorted texts of the legal moves at ply 0.
-inline std::vector<std::string> legalTexts(positionStruct* pos) {
-    generateMovesLegal(0, pos->plyState[0].moveList, pos);
-    return textsOf(listMoves(pos, 0), pos->sideToMove);
 }
 
 // The move of the given text among the legal moves at ply 0 (EMPTYMOVE when absent).

@@ -54,8 +54,7 @@ bool moveFromText(const std::string& text, const positionStruct* pos, moveStruct
         kind = static_cast<uint8_t>((letter - promotionPieces) * 2);
         if (!isPromotion(kind)) return false;
         // A promotion letter belongs to a pawn reaching the last rank and to nothing else.
-        const bool pawnToLastRank =
-            (piece == WHITE_PAWN && (to >> 3) == 7) || (piece == BLACK_PAWN && (to >> 3) == 0);
+        const bool pawnToLastRank = (piece == WHITE_PAWN && (to >> 3) == 7) || (piece == BLACK_PAWN && (to >> 3) == 0);
         if (!pawnToLastRank) return false;
     } else if (piece == WHITE_KING || piece == BLACK_KING) {
         if (text == "e1g1" || text == "e8g8") kind = KIND_CASTLE_KING;

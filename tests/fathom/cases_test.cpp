@@ -9,9 +9,19 @@
 
 namespace {
 
+// Whether a record "FEN;wdl;dtz" probes to its values (the known values ignore the clock).
+bool probes_to(const std::vector<std::string>& rec, int* wdl, int* dtz) {
+    pos p = tbtest::parse_fen(rec[0]);
+    p.rule50 = 0;
+    int ok_wdl = 0, ok_dtz = 0;
+    *wdl = probe_wdl(&p, &ok_wdl);
+    *dtz = probe_dtz(&p, &ok_dtz);
+    return ok_wdl && ok_dtz && *wdl == std::stoi(rec[1]) && *dtz == std::stoi(rec[2]);
+}
+
 class KnownPositions : public ::testing::TestWithParam<int> {
 protected:
-    static void SetUpTestSuite() { tb_init(tbtest::syzygy_dir().c_str()); }
+    static void SetUpTestSuite() { tbtest::init_tables(tbtest::syzygy_dir()); }
     static void TearDownTestSuite() { tb_free(); }
 };
 
@@ -21,23 +31,15 @@ TEST_P(KnownPositions, WdlAndDtzMatch) {
     int checked = 0, failed = 0;
     for (const auto& rec : tbtest::read_records(tbtest::syzygy_dir() + "/cases.txt")) {
         ASSERT_EQ(rec.size(), 3u);
-        pos p = tbtest::parse_fen(rec[0]);
-        if (tbtest::piece_count(p) != pieces) continue;
-        p.rule50 = 0;  // the known values ignore the clock
-        int ok_wdl = 0, ok_dtz = 0;
-        const int wdl = probe_wdl(&p, &ok_wdl);
-        const int dtz = probe_dtz(&p, &ok_dtz);
+        const pos p = tbtest::parse_fen(rec[0]);
+        if (__builtin_popcountll(p.white | p.black) != pieces) continue;
         checked++;
-        if (!ok_wdl || !ok_dtz || wdl != std::stoi(rec[1]) || dtz != std::stoi(rec[2])) {
-            if (++failed <= 20)
-                ADD_FAILURE() << rec[0] << ": got wdl " << wdl << " (ok " << ok_wdl << "), dtz " << dtz << " (ok "
-                              << ok_dtz << "), want " << rec[1] << " / " << rec[2];
-        }
+        int wdl = 0, dtz = 0;
+        if (!probes_to(rec, &wdl, &dtz) && ++failed <= 20)
+            ADD_FAILURE() << rec[0] << ": got wdl " << wdl << ", dtz " << dtz << ", want " << rec[1] << " / " << rec[2];
     }
     EXPECT_GT(checked, 0);
     EXPECT_EQ(failed, 0) << "of " << checked;
-    std::cout << "[ info     ] " << pieces << "-piece positions: " << checked - failed << " of " << checked
-              << " match\n";
 }
 
 INSTANTIATE_TEST_SUITE_P(ByPieceCount, KnownPositions, ::testing::Values(3, 4, 5),
@@ -49,9 +51,7 @@ INSTANTIATE_TEST_SUITE_P(ByPieceCount, KnownPositions, ::testing::Values(3, 4, 5
 // the loading of DTZ entries race; every thread must still see the known values.
 TEST(ConcurrentProbes, ThreadsAgreeWithKnownValues) {
     SKIP_WITHOUT_TABLES();
-    ::testing::internal::CaptureStdout();
-    tb_init(tbtest::syzygy_dir().c_str());
-    ::testing::internal::GetCapturedStdout();
+    tbtest::init_tables(tbtest::syzygy_dir());
     const auto records = tbtest::read_records(tbtest::syzygy_dir() + "/cases.txt");
     std::atomic<int> mismatches{0};
     std::vector<std::thread> threads;
@@ -59,12 +59,8 @@ TEST(ConcurrentProbes, ThreadsAgreeWithKnownValues) {
     for (size_t t = 0; t < 6; t++)
         threads.emplace_back([&, t] {
             for (size_t i = 0; i < n; i++) {
-                const auto& rec = records[(i + t * n / 6) % n];
-                pos p = tbtest::parse_fen(rec[0]);
-                p.rule50 = 0;
-                int ok_wdl = 0, ok_dtz = 0;
-                const int wdl = probe_wdl(&p, &ok_wdl), dtz = probe_dtz(&p, &ok_dtz);
-                if (!ok_wdl || !ok_dtz || wdl != std::stoi(rec[1]) || dtz != std::stoi(rec[2])) mismatches++;
+                int wdl = 0, dtz = 0;
+                if (!probes_to(records[(i + t * n / 6) % n], &wdl, &dtz)) mismatches++;
             }
         });
     for (std::thread& th : threads) th.join();

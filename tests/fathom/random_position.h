@@ -9,6 +9,14 @@
 
 namespace tbtest {
 
+// Puts the piece of a letter such as 'N' or 'n' (either case) on sq for the given side.
+inline void put_piece(pos& p, char letter, bool black, int sq) {
+    const uint64_t b = uint64_t(1) << sq;
+    (black ? p.black : p.white) |= b;
+    uint64_t* sets[6] = {&p.pawns, &p.knights, &p.bishops, &p.rooks, &p.queens, &p.kings};
+    *sets[std::string("pnbrqk").find(char(letter | 0x20))] |= b;
+}
+
 // A random legal position of a material such as "KRvKP" (the first side is White).
 inline pos random_position(const std::string& material, bool white_to_move, std::mt19937_64& rng) {
     for (;;) {
@@ -23,16 +31,7 @@ inline pos random_position(const std::string& material, bool white_to_move, std:
             int sq;
             do sq = int(rng() % 64);
             while ((((p.white | p.black) >> sq) & 1) || (c == 'P' && (sq < 8 || sq >= 56)));
-            const uint64_t b = uint64_t(1) << sq;
-            (black ? p.black : p.white) |= b;
-            switch (c) {
-                case 'P': p.pawns |= b; break;
-                case 'N': p.knights |= b; break;
-                case 'B': p.bishops |= b; break;
-                case 'R': p.rooks |= b; break;
-                case 'Q': p.queens |= b; break;
-                default: p.kings |= b; break;
-            }
+            put_piece(p, c, black, sq);
         }
         if (is_legal(&p)) return p;
     }

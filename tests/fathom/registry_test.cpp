@@ -2,6 +2,7 @@
 // the material hash holding every signature the registry looks for.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -10,20 +11,17 @@
 
 namespace {
 
-using tbtest::ScratchDir;
-
 const char* const KQK = "8/8/8/8/8/5k2/8/2K1Q3 b - - 0 1";  // lost for Black
 const char* const KRK = "8/8/8/8/8/5k2/8/2K1R3 w - - 0 1";  // won for White
 
-std::string init_output(const std::string& path) {
-    ::testing::internal::CaptureStdout();
-    tb_init(path.c_str());
-    return ::testing::internal::GetCapturedStdout();
-}
+constexpr int FAILED = 99;
 
-int wdl_of(const char* fen, int* ok) {
+// The WDL value of a FEN, or FAILED when the probe fails.
+int wdl_of(const char* fen) {
     const pos p = tbtest::parse_fen(fen);
-    return probe_wdl(&p, ok);
+    int ok = 0;
+    const int wdl = probe_wdl(&p, &ok);
+    return ok ? wdl : FAILED;
 }
 
 class Registry : public ::testing::Test {
@@ -34,32 +32,27 @@ protected:
 TEST_F(Registry, EmptyPathRegistersNothingAndReleasesEarlierTables) {
     SKIP_WITHOUT_TABLES();
     for (const char* path : {"", "<empty>"}) {
-        init_output(tbtest::syzygy_dir());
+        tbtest::init_tables(tbtest::syzygy_dir());
         ASSERT_EQ(TB_LARGEST, 5);
-        EXPECT_EQ(init_output(path), "") << '"' << path << '"';
+        EXPECT_EQ(tbtest::init_tables(path), "") << '"' << path << '"';
         EXPECT_EQ(TB_LARGEST, 0);
-        int ok = 1;
-        wdl_of(KQK, &ok);
-        EXPECT_EQ(ok, 0);
+        EXPECT_EQ(wdl_of(KQK), FAILED);
     }
 }
 
 TEST_F(Registry, DirectoryWithOneTable) {
     SKIP_WITHOUT_TABLES();
-    ScratchDir dir("one");
+    tbtest::ScratchDir dir("one");
     dir.copy_table("KQvK.rtbw");
-    EXPECT_EQ(init_output(dir.path.string()), "Found 1 tablebases.\n");
+    EXPECT_EQ(tbtest::init_tables(dir.path.string()), "Found 1 tablebases.\n");
     EXPECT_EQ(TB_LARGEST, 3);
-    int ok = 0;
-    EXPECT_EQ(wdl_of(KQK, &ok), -2);
-    EXPECT_EQ(ok, 1);
-    wdl_of(KRK, &ok);
-    EXPECT_EQ(ok, 0);
+    EXPECT_EQ(wdl_of(KQK), -2);
+    EXPECT_EQ(wdl_of(KRK), FAILED);
 }
 
 TEST_F(Registry, DirectoriesAreSearchedInOrder) {
     SKIP_WITHOUT_TABLES();
-    ScratchDir bad("bad"), good("good");
+    tbtest::ScratchDir bad("bad"), good("good");
     good.copy_table("KQvK.rtbw");
     bad.copy_table("KQvK.rtbw");
     bad.copy_table("KRvK.rtbw");
@@ -68,22 +61,18 @@ TEST_F(Registry, DirectoriesAreSearchedInOrder) {
         f.put('\0');  // spoils the magic
     }
     const std::string b = bad.path.string(), g = good.path.string();
-    int ok = 1;
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(init_output(b + ":" + g), "Found 2 tablebases.\n");
-    wdl_of(KQK, &ok);
-    EXPECT_EQ(ok, 0);
+    EXPECT_EQ(tbtest::init_tables(b + ":" + g), "Found 2 tablebases.\n");
+    EXPECT_EQ(wdl_of(KQK), FAILED);
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Corrupted table.\n");
 
-    EXPECT_EQ(init_output("::" + g + "::" + b + ":"), "Found 2 tablebases.\n");
-    EXPECT_EQ(wdl_of(KQK, &ok), -2);
-    EXPECT_EQ(ok, 1);
-    EXPECT_EQ(wdl_of(KRK, &ok), 2);
-    EXPECT_EQ(ok, 1);
+    EXPECT_EQ(tbtest::init_tables("::" + g + "::" + b + ":"), "Found 2 tablebases.\n");
+    EXPECT_EQ(wdl_of(KQK), -2);
+    EXPECT_EQ(wdl_of(KRK), 2);
 }
 
 TEST_F(Registry, MissingDirectoryFindsNothing) {
-    EXPECT_EQ(init_output("/nonexistent/vorix/syzygy"), "Found 0 tablebases.\n");
+    EXPECT_EQ(tbtest::init_tables("/nonexistent/vorix/syzygy"), "Found 0 tablebases.\n");
     EXPECT_EQ(TB_LARGEST, 0);
 }
 
@@ -100,10 +89,8 @@ TEST(RegistryHash, EverySignatureFits) {
         uint8_t counts[2][7] = {}, swapped[2][7] = {};
         tbtest::name_counts(name, counts);
         pawnless += counts[0][TB_PAWN] + counts[1][TB_PAWN] == 0;
-        for (int t = 0; t < 7; t++) {
-            swapped[0][t] = counts[1][t];
-            swapped[1][t] = counts[0][t];
-        }
+        std::copy(counts[1], counts[1] + 7, swapped[0]);
+        std::copy(counts[0], counts[0] + 7, swapped[1]);
         for (uint64_t key : std::set<uint64_t>{material_key(counts), material_key(swapped)}) {
             EXPECT_TRUE(keys.insert(key).second) << name;
             EXPECT_LE(++buckets[key >> (64 - TBHASHBITS)], HSHMAX) << name;

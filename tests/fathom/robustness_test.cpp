@@ -50,9 +50,8 @@ protected:
     int probe_damaged(const std::string& file, const Bytes& bytes, bool exact) {
         tbtest::ScratchDir dir("damaged");
         std::ofstream(dir.path / file, std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
-        ::testing::internal::CaptureStdout();
         ::testing::internal::CaptureStderr();
-        tb_init((dir.path.string() + ":" + tbtest::syzygy_dir()).c_str());
+        tbtest::init_tables(dir.path.string() + ":" + tbtest::syzygy_dir());
         int failed = 0;
         for (const Known& k : known) {
             int ok_w = 0, ok_d = 0, score = 0;
@@ -65,7 +64,6 @@ protected:
             }
         }
         tb_free();
-        ::testing::internal::GetCapturedStdout();
         ::testing::internal::GetCapturedStderr();
         return failed;
     }
@@ -108,9 +106,7 @@ TEST(VanishedTable, ProbeFailsWithMessage) {
     SKIP_WITHOUT_TABLES();
     tbtest::ScratchDir dir("vanished");
     dir.copy_table("KQvK.rtbw");
-    ::testing::internal::CaptureStdout();
-    tb_init(dir.path.string().c_str());
-    ::testing::internal::GetCapturedStdout();
+    tbtest::init_tables(dir.path.string());
     fs::remove(dir.path / "KQvK.rtbw");
     const pos p = tbtest::parse_fen("8/8/8/8/8/5k2/8/2K1Q3 b - - 0 1");
     int ok = 1, score = 0;

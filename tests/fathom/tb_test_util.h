@@ -22,6 +22,20 @@ inline std::string syzygy_dir() { return VORIX_SYZYGY_DIR; }
 
 inline bool have_tables() { return fs::exists(fs::path(syzygy_dir()) / "KQvK.rtbw"); }
 
+// Registers the tables of path and returns what the registration printed.
+inline std::string init_tables(const std::string& path) {
+    ::testing::internal::CaptureStdout();
+    tb_init(path.c_str());
+    return ::testing::internal::GetCapturedStdout();
+}
+
+// A suite whose tests share the registered tables.
+class TablesSuite : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { init_tables(syzygy_dir()); }
+    static void TearDownTestSuite() { tb_free(); }
+};
+
 // Reads the position fields of a FEN; pos.ep is the en-passant target square.
 inline pos parse_fen(const std::string& fen) {
     pos p{};
@@ -29,25 +43,14 @@ inline pos parse_fen(const std::string& fen) {
     std::string board, side, castling, ep;
     int halfmove = 0;
     in >> board >> side >> castling >> ep >> halfmove;
-    int rank = 7, file = 0;
+    int sq = 56;
     for (char c : board) {
-        if (c == '/') {
-            rank--;
-            file = 0;
-        } else if (c >= '1' && c <= '8') {
-            file += c - '0';
-        } else {
-            const uint64_t b = uint64_t(1) << (8 * rank + file++);
-            (c >= 'a' ? p.black : p.white) |= b;
-            switch (c | 0x20) {
-                case 'p': p.pawns |= b; break;
-                case 'n': p.knights |= b; break;
-                case 'b': p.bishops |= b; break;
-                case 'r': p.rooks |= b; break;
-                case 'q': p.queens |= b; break;
-                default: p.kings |= b; break;
-            }
-        }
+        if (c == '/')
+            sq -= 16;
+        else if (c >= '1' && c <= '8')
+            sq += c - '0';
+        else
+            put_piece(p, c, c >= 'a', sq++);
     }
     p.turn = side == "w";
     p.ep = ep.size() == 2 ? uint8_t((ep[0] - 'a') + 8 * (ep[1] - '1')) : 0;
@@ -59,14 +62,11 @@ inline pos parse_fen(const std::string& fen) {
 inline std::vector<std::vector<std::string>> read_records(const std::string& file) {
     std::vector<std::vector<std::string>> out;
     std::ifstream in(file);
-    std::string line;
-    while (std::getline(in, line)) {
+    for (std::string line; std::getline(in, line);) {
         if (line.empty() || line[0] == '#') continue;
-        std::vector<std::string> fields;
-        std::istringstream ls(line);
-        std::string f;
-        while (std::getline(ls, f, ';')) fields.push_back(f);
-        out.push_back(fields);
+        std::istringstream fields(line);
+        out.emplace_back();
+        for (std::string f; std::getline(fields, f, ';');) out.back().push_back(f);
     }
     return out;
 }
@@ -81,8 +81,6 @@ inline void name_counts(const std::string& name, uint8_t counts[2][7]) {
             counts[side][std::string(" PNBRQK").find(c)]++;
     }
 }
-
-inline int piece_count(const pos& p) { return __builtin_popcountll(p.white | p.black); }
 
 // A fresh directory under the system temp directory, removed on destruction.
 struct ScratchDir {

@@ -1,19 +1,15 @@
-// libFuzzer target: feeds the lines of each input to the command handler.
-//
-// The engine is built once; every input starts from the same state (start position, one thread,
-// a 1 MB table, default options, a new game) so that a crash reproduces from its input alone.
-// Commands that would run unbounded or huge work are rewritten or skipped:
-//   - "go": only the clock and flag words are kept and a small depth limit is appended; the
-//     search is waited for (a ponder or infinite search is stopped) before the next line;
-//   - "perft" runs at depth 2 at most; "rtest", "texel" and "bench" are skipped;
-//   - "setoption": Hash at most 4 MB, Threads at most 4, SyzygyPath only "<empty>" or the
-//     directory in VORIX_SYZYGY_DIR (written as the value "syzygy");
-//   - "quit" ends the input.
-// Engine output goes to /dev/null unless VORIX_FUZZ_VERBOSE is set.
+// libFuzzer target: feeds the lines of each input to the command handler. Every input starts
+// from the same state (start position, one thread, a 1 MB table, default options, a new game),
+// so a crash reproduces from its input alone. Unbounded or huge work is tamed: "go" gets a small
+// depth and is waited for, "perft" runs at depth 2 at most, "rtest", "texel" and "bench" are
+// skipped, Hash and Threads are capped, SyzygyPath is "<empty>" or, for the value "syzygy", the
+// directory in VORIX_SYZYGY_DIR. Output goes to /dev/null unless VORIX_FUZZ_VERBOSE is set.
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -32,10 +28,7 @@ constexpr int PERFT_LIMIT = 2;
 
 std::vector<std::string> words(const std::string& line) {
     std::istringstream in(line);
-    std::vector<std::string> out;
-    std::string w;
-    while (in >> w) out.push_back(w);
-    return out;
+    return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
 
 std::string lower(std::string text) {
@@ -49,42 +42,27 @@ std::string join(const std::vector<std::string>& parts) {
     return out;
 }
 
-// Decimal integer text in the form the engine accepts ("-" and digits).
+// Decimal integer text in the form the engine accepts ("-" and digits); saturates when too large.
 bool integerText(const std::string& w, long long* value) {
-    size_t i = w.size() > 0 && w[0] == '-' ? 1 : 0;
-    if (i == w.size()) return false;
-    long long v = 0;
-    for (; i < w.size(); i++) {
-        if (!std::isdigit(static_cast<unsigned char>(w[i]))) return false;
-        v = v > 100000000000LL ? v : v * 10 + (w[i] - '0');
-    }
-    *value = w[0] == '-' ? -v : v;
+    const size_t digits = w.size() > 0 && w[0] == '-' ? 1 : 0;
+    if (w.size() == digits || w.find_first_not_of("0123456789", digits) != std::string::npos) return false;
+    *value = std::strtoll(w.c_str(), nullptr, 10);
     return true;
 }
 
-bool isGoKeyword(const std::string& w) {
-    static const char* const keys[] = {"ponder",    "infinite", "wtime", "btime", "winc",    "binc",
-                                       "movestogo", "depth",    "nodes", "mate",  "movetime"};
-    for (const char* k : keys)
-        if (w == k) return true;
-    return false;
-}
-
-// Keeps the clock and flag words of a "go" line and bounds the search by a small depth.
+// Keeps the clock and flag words of a "go" line and bounds the search by a small depth: a word
+// that takes a value keeps it unless the next word is itself a keyword; "depth" is dropped.
 std::string boundedGo(const std::vector<std::string>& w) {
+    static const std::set<std::string> valued = {"wtime", "btime", "winc", "binc",    "movestogo",
+                                                 "depth", "nodes", "mate", "movetime"};
+    auto keyword = [](const std::string& k) { return k == "ponder" || k == "infinite" || valued.count(k) > 0; };
     std::vector<std::string> out{"go"};
     for (size_t i = 1; i < w.size(); i++) {
-        const std::string& k = w[i];
-        if (k == "ponder" || k == "infinite") {
-            out.push_back(k);
-        } else if (k == "wtime" || k == "btime" || k == "winc" || k == "binc" || k == "movestogo" || k == "movetime" ||
-                   k == "mate" || k == "nodes") {
-            if (i + 1 < w.size() && !isGoKeyword(w[i + 1])) {
-                out.push_back(k);
-                out.push_back(w[++i]);
-            }
-        } else if (k == "depth") {
-            if (i + 1 < w.size() && !isGoKeyword(w[i + 1])) i++;
+        if (w[i] == "ponder" || w[i] == "infinite") {
+            out.push_back(w[i]);
+        } else if (valued.count(w[i]) && i + 1 < w.size() && !keyword(w[i + 1])) {
+            if (w[i] != "depth") out.insert(out.end(), {w[i], w[i + 1]});
+            i++;
         }
     }
     out.push_back("depth");

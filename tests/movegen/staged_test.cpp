@@ -1,11 +1,12 @@
-// Staged generators and the legal list: move sets checked against a make-and-test oracle over
-// small trees, evasions, promotions, ordering scores, castling, and the board test of moves
-// from outside the generators.
+// Staged generators and the legal list: move sets, check prediction and move text against
+// making the moves over small trees (evasions and promotions among them), ordering scores,
+// castling, and the board test of moves from outside the generators.
 #include <gtest/gtest.h>
 
 #include <map>
 #include <set>
 
+#include "engine/movegen/check.h"
 #include "engine/movegen/makemove.h"
 #include "engine/movegen/perft.h"
 #include "engine/movegen/staged.h"
@@ -22,27 +23,33 @@ std::vector<moveStruct> generate(void (*generator)(int, moveStruct*, positionStr
     return listMoves(pos, ply);
 }
 
+// "move:score" of the generated moves (promotions only, if asked), sorted by move text.
+std::string scoresOf(void (*generator)(int, moveStruct*, positionStruct*), positionStruct* pos,
+                     bool promotionsOnly = false) {
+    std::map<std::string, int> found;
+    for (moveStruct m : generate(generator, pos, 0))
+        if (!promotionsOnly || isPromotion(m.kind)) found[moveToLA(&m, pos->sideToMove)] = m.order;
+    std::string text;
+    for (auto& [move, score] : found) text += (text.empty() ? "" : " ") + move + ":" + std::to_string(score);
+    return text;
+}
+
 // Legal moves found without the legality filter: every capture and quiet move generated as if
 // not in check, kept when the own king is safe after making it. Castling out of check is dropped.
 textList oracleLegal(positionStruct* pos, int ply) {
-    plyStateStruct& entry = pos->plyState[ply];
     bool inCheck = isSideInCheck(pos, pos->sideToMove);
-    entry.inCheck = 0;
-    generateMovesCaptures(ply, entry.moveList, pos);
-    generateMovesQuiets(ply, entry.moveListEnd, pos);
-    std::vector<moveStruct> pseudo(entry.moveList, entry.moveListEnd);
     std::vector<moveStruct> legal;
-    for (moveStruct m : pseudo) {
+    for (moveStruct m : pseudoLegalMoves(pos, ply)) {
         if (inCheck && m.kind >= KIND_CASTLE_KING) continue;
         makeMove(pos, ply, m);
         if (!isSideInCheck(pos, pos->sideToMove ^ 1)) legal.push_back(m);
         unmakeMove(pos, ply, m);
     }
-    entry.inCheck = inCheck ? 1 : 0;
     return textsOf(legal, pos->sideToMove);
 }
 
-// Checks the generators at every node of the tree below the position down to depth.
+// Checks the generators at every node of the tree below the position down to depth, and for each
+// move whether it gives check and that its text reads back as the same move.
 void checkTree(positionStruct* pos, int ply, int depth, const std::string& root) {
     if (depth == 0 || ::testing::Test::HasFatalFailure()) return;
     const int side = pos->sideToMove;
@@ -61,11 +68,7 @@ void checkTree(positionStruct* pos, int ply, int depth, const std::string& root)
         }
     } else {
         // Captures and quiet moves are disjoint and, filtered, make up the legal list.
-        std::vector<moveStruct> all = generate(generateMovesCaptures, pos, ply);
-        moveStruct* quietStart = pos->plyState[ply].moveListEnd;
-        generateMovesQuiets(ply, quietStart, pos);
-        std::vector<moveStruct> quiets(quietStart, pos->plyState[ply].moveListEnd);
-        all.insert(all.end(), quiets.begin(), quiets.end());
+        std::vector<moveStruct> all = pseudoLegalMoves(pos, ply);
         std::vector<moveStruct> filtered;
         for (moveStruct m : all)
             if (isLegalNotInCheck(pos, ply, m)) filtered.push_back(m);
@@ -85,10 +88,16 @@ void checkTree(positionStruct* pos, int ply, int depth, const std::string& root)
         }
     }
     ASSERT_EQ(perft(ply, 1, pos), legal.size()) << root << " bulk count";
+    checkInfoStruct info;
+    computeCheckInfo(pos, &info);
     for (moveStruct m : legal) {
+        const bool predicted = moveGivesCheck(pos, info, m);
+        moveStruct readBack;
+        EXPECT_TRUE(moveFromText(moveToLA(&m, side), pos, &readBack) && sameMove(readBack, m)) << moveToLA(&m, side);
         pos->plyState[ply + 1].moveList = pos->plyState[ply].moveList + MAX_MOVES_PER_PLY;
         pos->plyState[ply].currentMove = m;
         makeMove(pos, ply, m);
+        EXPECT_EQ(predicted, isSideInCheck(pos, pos->sideToMove)) << root << " gives check: " << moveToLA(&m, side);
         checkTree(pos, ply + 1, depth - 1, root);
         unmakeMove(pos, ply, m);
     }
@@ -110,6 +119,20 @@ TEST(StagedGenerators, AgreeWithTheMakeAndTestOracleOverSmallTrees) {
         {"n1n5/PPPk4/8/8/8/8/4Kppp/5N1N w - - 0 1", 3},
         {"r3k2r/1b4bq/8/8/8/8/7B/R3K2R w KQkq - 0 1", 3},
         {"8/8/2k5/5q2/5n2/8/5K2/8 b - - 0 1", 4},
+        // Checks: discovered, by en passant uncovering a rank, by the rook of a castling, by an
+        // under-promotion that uncovers a rook along the seventh rank.
+        {"4k3/8/8/2KPp2r/8/8/8/8 w - e6 0 1", 3},
+        {"5k2/8/8/8/8/8/8/4K2R w K - 0 1", 3},
+        {"4k3/4n3/8/8/4R3/8/2B5/4K3 w - - 0 1", 3},
+        {"8/P1k5/8/8/8/8/8/K3R3 w - - 0 1", 3},
+        {"2k5/P7/8/8/8/8/8/K3R3 w - - 0 1", 3},
+        {"8/3kP2R/5P2/4K2p/2r5/p6p/8/8 w - - 0 1", 3},
+        // Evasions: a double check (only king steps, although the bishop could take d6), and
+        // pieces pinned against the checked king that may neither block nor take the checker.
+        {"4k3/2b5/3N4/8/8/8/8/4R1K1 b - - 0 1", 1},
+        {"4r2k/8/8/q7/4R3/8/8/4K3 w - - 0 1", 1},
+        {"4r2k/8/8/8/1b6/8/3N4/4K3 w - - 0 1", 1},
+        {"7k/8/8/8/1b6/8/3N4/4Kq2 w - - 0 1", 1},
     };
     for (const auto& c : cases) {
         testPosition p(c.fen);
@@ -118,146 +141,45 @@ TEST(StagedGenerators, AgreeWithTheMakeAndTestOracleOverSmallTrees) {
     }
 }
 
-TEST(Evasions, OfferOnlyMovesThatResolveTheCheck) {
-    const struct {
-        const char* fen;
-        textList expected;
-    } cases[] = {
-        // Double check by rook and knight: only king steps, although the bishop could take d6.
-        {"4k3/2b5/3N4/8/8/8/8/4R1K1 b - - 0 1", {"e8d7", "e8d8", "e8f8"}},
-        // The rook on e4 is pinned and may not block on b4.
-        {"4r2k/8/8/q7/4R3/8/8/4K3 w - - 0 1", {"e1d1", "e1e2", "e1f1", "e1f2"}},
-        // The knight on d2 is pinned by the bishop and may not block on e4.
-        {"4r2k/8/8/8/1b6/8/3N4/4K3 w - - 0 1", {"e1d1", "e1f1", "e1f2"}},
-        // The pinned knight may not take the checking queen either.
-        {"7k/8/8/8/1b6/8/3N4/4Kq2 w - - 0 1", {"e1f1"}},
-    };
-    for (const auto& c : cases) {
-        testPosition p(c.fen);
-        EXPECT_EQ(legalTexts(p.get()), c.expected) << c.fen;
-    }
-}
-
-// Evasion sets and ordering: a fixed score per mover for taking the checker and for blocking,
-// king captures at 220 plus the victim code (one more for the checker), quiet king steps 202.
-TEST(Evasions, CarryTheFixedScoresOfMoverAndKind) {
-    const struct {
-        const char* fen;
-        std::map<std::string, int> expected;
-    } cases[] = {
-        {"2Q5/8/4r2R/2NP4/6B1/R7/8/1k2K3 w - - 0 1",
-         {{"d5e6", 250},
-          {"c5e6", 236},
-          {"g4e6", 235},
-          {"h6e6", 234},
-          {"c8e6", 233},
-          {"c5e4", 206},
-          {"g4e2", 205},
-          {"a3e3", 204},
-          {"e1d1", 202},
-          {"e1d2", 202},
-          {"e1f1", 202},
-          {"e1f2", 202}}},
-        {"7k/8/8/b7/8/Q7/1PP2n2/4K3 w - - 0 1",
-         {{"c2c3", 210},
-          {"b2b4", 210},
-          {"a3a5", 233},
-          {"a3b4", 203},
-          {"a3c3", 203},
-          {"e1f2", 225},
-          {"e1e2", 202},
-          {"e1f1", 202}}},
-        {"4k3/8/8/8/8/2N5/4q3/4K3 w - - 0 1", {{"e1e2", 232}, {"c3e2", 236}}},
-        {"1r5k/P7/8/8/8/8/8/1K6 w - - 0 1",
-         {{"a7b8q", 250},
-          {"a7b8r", 250},
-          {"a7b8b", 250},
-          {"a7b8n", 250},
-          {"b1a1", 202},
-          {"b1a2", 202},
-          {"b1c1", 202},
-          {"b1c2", 202}}},
-        {"r6K/3P4/8/8/8/8/8/k7 w - - 0 1",
-         {{"d7d8q", 210}, {"d7d8r", 210}, {"d7d8b", 210}, {"d7d8n", 210}, {"h8g7", 202}, {"h8h7", 202}}},
-        {"8/8/8/2k5/3Pp3/8/8/4K3 b - d3 0 1",
-         {{"e4d3", 250},
-          {"c5d4", 223},
-          {"c5b4", 202},
-          {"c5b5", 202},
-          {"c5b6", 202},
-          {"c5c4", 202},
-          {"c5c6", 202},
-          {"c5d5", 202},
-          {"c5d6", 202}}},
-    };
-    for (const auto& c : cases) {
-        testPosition p(c.fen);
-        ASSERT_TRUE(p->plyState[0].inCheck) << c.fen;
-        std::map<std::string, int> found;
-        for (moveStruct m : generate(generateMovesLegal, p.get(), 0)) found[moveToLA(&m, p->sideToMove)] = m.order;
-        EXPECT_EQ(found, c.expected) << c.fen;
-    }
-}
-
-TEST(CaptureGenerator, ScoresVictimTimesEightMinusAttacker) {
-    testPosition p("3r1k2/q7/8/3pP3/8/1B5b/5n2/R2QK1N1 w - d6 0 1");
-    std::map<std::string, int> scores;
-    for (moveStruct m : generate(generateMovesCaptures, p.get(), 0)) scores[moveToLA(&m, WHITE)] = m.order;
-    const std::map<std::string, int> expected = {
-        {"a1a7", 80}, {"g1h3", 52}, {"e1f2", 28}, {"b3d5", 18}, {"d1d5", 14}, {"e5d6", 14},
-    };
-    EXPECT_EQ(scores, expected);
-    moveStruct ep = legalMoveByText(p.get(), "e5d6");
-    EXPECT_EQ(ep.kind, KIND_ENPASSANT);
-    EXPECT_EQ(ep.to, sq("d5"));
-}
-
-// Which promotions each generator emits for a pawn that can push or capture onto the last rank.
-TEST(PromotionSets, DependOnTheGenerator) {
+// Ordering scores by generator, with piece codes pawn 2, knight 4, bishop 6, rook 8, queen 10,
+// king 12, one more for Black. Captures: 8 * victim - attacker; a promotion 8 * victim - 14 when
+// it captures, 1 as a queen push, and quiescence takes queen promotions only. Evasions by mover
+// (pawn, knight, bishop, rook, queen): 250 236 235 234 233 for taking the checker, 210 206 205
+// 204 203 for blocking; a king step 202, a king capture 220 plus the victim's code, one more when
+// the victim is the checker.
+TEST(OrderingScores, FollowEachGeneratorsRule) {
+    const char* white = "r3k3/1P6/8/8/8/8/8/4K3 w - - 0 1";
+    const char* black = "4k3/8/8/8/8/8/6p1/4K2R b - - 0 1";
     const struct {
         const char* fen;
         void (*generator)(int, moveStruct*, positionStruct*);
-        const char* name;
-        std::map<std::string, int> expected;  // move text and ordering score
+        bool promotionsOnly;
+        const char* expected;
     } cases[] = {
-        {"r3k3/1P6/8/8/8/8/8/4K3 w - - 0 1", generateMovesQuiescence, "quiescence", {{"b7a8q", 58}, {"b7b8q", 1}}},
-        {"r3k3/1P6/8/8/8/8/8/4K3 w - - 0 1",
-         generateMovesCaptures,
-         "captures",
-         {{"b7a8q", 58}, {"b7a8r", 58}, {"b7a8b", 58}, {"b7a8n", 58}}},
-        {"4k3/8/8/8/8/8/6p1/4K2R b - - 0 1", generateMovesQuiescence, "quiescence", {{"g2h1q", 50}, {"g2g1q", 1}}},
-        {"4k3/8/8/8/8/8/6p1/4K2R b - - 0 1",
-         generateMovesCaptures,
-         "captures",
-         {{"g2h1q", 50}, {"g2h1r", 50}, {"g2h1b", 50}, {"g2h1n", 50}}},
+        {"3r1k2/q7/8/3pP3/8/1B5b/5n2/R2QK1N1 w - d6 0 1", generateMovesCaptures, false,
+         "a1a7:80 b3d5:18 d1d5:14 e1f2:28 e5d6:14 g1h3:52"},
+        {white, generateMovesQuiescence, true, "b7a8q:58 b7b8q:1"},
+        {white, generateMovesCaptures, true, "b7a8b:58 b7a8n:58 b7a8q:58 b7a8r:58"},
+        {white, generateMovesQuiets, true, "b7b8b:0 b7b8n:0 b7b8q:0 b7b8r:0"},
+        {black, generateMovesQuiescence, true, "g2g1q:1 g2h1q:50"},
+        {black, generateMovesCaptures, true, "g2h1b:50 g2h1n:50 g2h1q:50 g2h1r:50"},
+        {"2Q5/8/4r2R/2NP4/6B1/R7/8/1k2K3 w - - 0 1", generateMovesLegal, false,
+         "a3e3:204 c5e4:206 c5e6:236 c8e6:233 d5e6:250 e1d1:202 e1d2:202 e1f1:202 e1f2:202 g4e2:205 g4e6:235 "
+         "h6e6:234"},
+        {"7k/8/8/b7/8/Q7/1PP2n2/4K3 w - - 0 1", generateMovesLegal, false,
+         "a3a5:233 a3b4:203 a3c3:203 b2b4:210 c2c3:210 e1e2:202 e1f1:202 e1f2:225"},
+        {"4k3/8/8/8/8/2N5/4q3/4K3 w - - 0 1", generateMovesLegal, false, "c3e2:236 e1e2:232"},
+        {"1r5k/P7/8/8/8/8/8/1K6 w - - 0 1", generateMovesLegal, false,
+         "a7b8b:250 a7b8n:250 a7b8q:250 a7b8r:250 b1a1:202 b1a2:202 b1c1:202 b1c2:202"},
+        {"r6K/3P4/8/8/8/8/8/k7 w - - 0 1", generateMovesLegal, false,
+         "d7d8b:210 d7d8n:210 d7d8q:210 d7d8r:210 h8g7:202 h8h7:202"},
+        {"8/8/8/2k5/3Pp3/8/8/4K3 b - d3 0 1", generateMovesLegal, false,
+         "c5b4:202 c5b5:202 c5b6:202 c5c4:202 c5c6:202 c5d4:223 c5d5:202 c5d6:202 e4d3:250"},
     };
     for (const auto& c : cases) {
         testPosition p(c.fen);
-        std::map<std::string, int> found;
-        for (moveStruct m : generate(c.generator, p.get(), 0)) found[moveToLA(&m, p->sideToMove)] = m.order;
-        for (auto& entry : found)
-            if (entry.first.size() < 5 || entry.first[1] != (p->sideToMove == WHITE ? '7' : '2')) entry.second = -1;
-        std::map<std::string, int> promotions;
-        for (auto& entry : found)
-            if (entry.second >= 0) promotions.insert(entry);
-        EXPECT_EQ(promotions, c.expected) << c.fen << " " << c.name;
+        EXPECT_EQ(scoresOf(c.generator, p.get(), c.promotionsOnly), c.expected) << c.fen;
     }
-    testPosition quiet("r3k3/1P6/8/8/8/8/8/4K3 w - - 0 1");
-    textList pushes;
-    for (const std::string& t : textsOf(generate(generateMovesQuiets, quiet.get(), 0), WHITE))
-        if (t.size() == 5) pushes.push_back(t);
-    EXPECT_EQ(pushes, (textList{"b7b8b", "b7b8n", "b7b8q", "b7b8r"}));
-}
-
-TEST(RecaptureGenerator, TakesOnlyOnTheSquareJustCapturedOn) {
-    testPosition p("3qk3/8/2p2n2/3p4/4P1N1/8/8/4K3 w - - 0 1");
-    moveStruct exd5 = legalMoveByText(p.get(), "e4d5");
-    p->plyState[0].currentMove = exd5;
-    makeMove(p.get(), 0, exd5);
-    p->plyState[1].moveList = p->plyState[0].moveListEnd;
-    EXPECT_EQ(textsOf(generate(generateMovesRecapture, p.get(), 1), BLACK), (textList{"c6d5", "d8d5", "f6d5"}));
-    EXPECT_EQ(textsOf(generate(generateMovesCaptures, p.get(), 1), BLACK), (textList{"c6d5", "d8d5", "f6d5", "f6g4"}));
-    unmakeMove(p.get(), 0, exd5);
 }
 
 TEST(Castling, NeedsRightsEmptyPathAndSafeSquares) {

@@ -49,6 +49,10 @@ struct searchPosition {
         pos->plyState[ply] = pos->plyState[0];
         for (int p = 0; p < ply; p++) pos->plyState[p].currentMove = EMPTYMOVE;
     }
+    int quiesce(int ply) {
+        placeAt(ply);
+        return quiescence(static_cast<unsigned char>(ply), 0, -32767, 32767, pos.get());
+    }
     int search(int ply, int depth, int alpha = -32767, int beta = 32767) {
         placeAt(ply);
         pos->timeCheckCounter = 4096;
@@ -59,19 +63,29 @@ struct searchPosition {
 
 }  // namespace
 
-TEST(Alfabeta, MateAndStalemateAtTheNode) {
-    // Black to move is mated (back-rank mate): at ply 3 the score is 3 - 32000.
-    searchPosition mated("3R2k1/5ppp/8/8/8/8/5PPP/6K1 b - - 0 1");
-    EXPECT_EQ(mated.search(3, 2), 3 - 32000);
-    // Stalemate scores 0.
-    searchPosition stalemate("7k/5Q2/6K1/8/8/8/8/8 b - - 0 1");
-    EXPECT_EQ(stalemate.search(1, 2), 0);
-}
-
-TEST(Alfabeta, FindsMateInOneAndScoresItByDistance) {
-    searchPosition p("6k1/5ppp/8/8/8/8/5PPP/3R2K1 w - - 0 1");
-    EXPECT_EQ(p.search(0, 3), 32000 - 1);
-    EXPECT_TRUE(sameMove(p.pos->rootBestMove, moveStruct{3, 59, 0, 0}));  // d1d8
+// Scores at the node: mated (the ply is the distance), stalemate, mate in one, a minor piece each,
+// and mate-distance pruning: at ply 5 nothing can score above a mate in four plies.
+TEST(Alfabeta, ScoresOfMateStalemateAndDrawnMaterial) {
+    const struct {
+        const char* fen;
+        int ply, depth, alpha, beta, expected;
+    } cases[] = {
+        {"3R2k1/5ppp/8/8/8/8/5PPP/6K1 b - - 0 1", 3, 2, -32767, 32767, 3 - 32000},
+        {"7k/5Q2/6K1/8/8/8/8/8 b - - 0 1", 1, 2, -32767, 32767, 0},
+        {"6k1/5ppp/8/8/8/8/5PPP/3R2K1 w - - 0 1", 0, 3, -32767, 32767, 32000 - 1},
+        {"8/8/4k3/8/3n4/8/2B1K3/8 w - - 0 1", 1, 3, -32767, 32767, 0},
+        {"4k3/8/8/8/8/8/8/4K2R w K - 0 1", 5, 4, 31996, 32767, 31996},
+        {"4k3/8/8/8/8/8/8/4K2R w K - 0 1", 5, 4, -32767, -31996, -31995},
+    };
+    for (const auto& c : cases) {
+        searchPosition p(c.fen);
+        EXPECT_EQ(p.search(c.ply, c.depth, c.alpha, c.beta), c.expected) << c.fen << " at ply " << c.ply;
+        EXPECT_TRUE(c.ply > 0 || sameMove(p.pos->rootBestMove, moveStruct{3, 59, 0, 0})) << "d1d8 mates";
+    }
+    searchPosition rookUp("8/8/4k3/8/8/8/2R1K3/8 w - - 0 1");
+    EXPECT_GT(rookUp.search(1, 3), 300);
+    // Beyond ply 126 the static evaluation is returned.
+    EXPECT_EQ(rookUp.search(127, 5), evaluateN(127, rookUp.pos.get()));
 }
 
 // The fifty-move rule draws once the count reaches 100 with a move to make; a mate played on
@@ -160,35 +174,12 @@ TEST(Alfabeta, PawnEndingZugzwangIsNotPassedOver) {
     }
 }
 
-TEST(Alfabeta, InsufficientMaterialScoresZeroBelowTheRoot) {
-    searchPosition minorEach("8/8/4k3/8/3n4/8/2B1K3/8 w - - 0 1");
-    EXPECT_EQ(minorEach.search(1, 3), 0);
-    searchPosition rookUp("8/8/4k3/8/8/8/2R1K3/8 w - - 0 1");
-    EXPECT_GT(rookUp.search(1, 3), 300);
-}
-
-TEST(Alfabeta, MateDistancePruningAndPlyHorizon) {
-    searchPosition p("4k3/8/8/8/8/8/8/4K2R w K - 0 1");
-    // At ply 5 nothing can score above a mate in 4 plies: alpha there fails at once.
-    EXPECT_EQ(p.search(5, 4, 31996, 32767), 31996);
-    EXPECT_EQ(p.search(5, 4, -32767, -31996), -31995);
-    // Beyond ply 126 the static evaluation is returned.
-    EXPECT_EQ(p.search(127, 5), evaluateN(127, p.pos.get()));
-}
-
-TEST(Quiescence, ResolvesCapturesAndIgnoresLosingOnes) {
-    // White to move can win a queen with a pawn.
-    searchPosition win("4k3/8/8/3q4/4P3/8/8/4K3 w - - 0 1");
-    int standPat = evaluateN(0, win.pos.get());
-    EXPECT_GT((win.placeAt(1), quiescence(1, 0, -32767, 32767, win.pos.get())), standPat + 800);
-    // The only capture loses the queen to a pawn recapture: stand pat stays.
-    searchPosition lose("4k3/8/2p5/3p4/8/8/3Q4/4K3 w - - 0 1");
-    EXPECT_EQ((lose.placeAt(1), quiescence(1, 0, -32767, 32767, lose.pos.get())), evaluateN(0, lose.pos.get()));
-}
-
-TEST(Quiescence, CheckmateAndDrawnMaterial) {
-    searchPosition mated("3R2k1/5ppp/8/8/8/8/5PPP/6K1 b - - 0 1");
-    EXPECT_EQ((mated.placeAt(4), quiescence(4, 0, -32767, 32767, mated.pos.get())), 4 - 32000);
-    searchPosition knight("8/8/4k3/8/8/8/2N1K3/8 b - - 0 1");
-    EXPECT_EQ((knight.placeAt(1), quiescence(1, 0, -32767, 32767, knight.pos.get())), 0);
+// A queen won by a pawn is seen; a capture that loses the queen is not made (stand pat stays);
+// mate is found, and a lone knight is a draw.
+TEST(Quiescence, ResolvesCapturesMatesAndDrawnMaterial) {
+    searchPosition win("4k3/8/8/3q4/4P3/8/8/4K3 w - - 0 1"), lose("4k3/8/2p5/3p4/8/8/3Q4/4K3 w - - 0 1");
+    EXPECT_GT(win.quiesce(1), evaluateN(0, win.pos.get()) + 800);
+    EXPECT_EQ(lose.quiesce(1), evaluateN(0, lose.pos.get()));
+    EXPECT_EQ(searchPosition("3R2k1/5ppp/8/8/8/8/5PPP/6K1 b - - 0 1").quiesce(4), 4 - 32000);
+    EXPECT_EQ(searchPosition("8/8/4k3/8/8/8/2N1K3/8 b - - 0 1").quiesce(1), 0);
 }

@@ -92,18 +92,15 @@ TEST_F(HashTable, StoreAndProbeRoundTripWithMateShift) {
     }
 }
 
+// The top byte of an entry holds the age (six bits) above the bound; a probe refreshes the age.
 TEST_F(HashTable, EntryCarriesTheAgeAndAProbeRefreshesIt) {
-    hashAgeCounter = 70;  // only the low six bits are kept
+    hashAgeCounter = 70;
     storeHash(bucketKey(0), 0, makeMoveRecord(1, 2, 0, 4), -300, 9, BOUND_LOWER);
-    uint64_t word = bucket().entries[0].load();
-    EXPECT_EQ(word >> 58, 6u);
-    EXPECT_EQ((word >> 56) & 3, BOUND_LOWER);
+    EXPECT_EQ(bucket().entries[0].load() >> 56, (6u << 2) | BOUND_LOWER);
     hashAgeCounter = 41;
     hashEntryStruct entry;
     ASSERT_TRUE(probeHash(bucketKey(0), 0, &entry));
-    word = bucket().entries[0].load();
-    EXPECT_EQ(word >> 58, 41u);
-    EXPECT_EQ((word >> 56) & 3, BOUND_LOWER);
+    EXPECT_EQ(bucket().entries[0].load() >> 56, (41u << 2) | BOUND_LOWER);
     EXPECT_EQ(entry.score, -300);
     EXPECT_EQ(entry.depth, 9);
 }
@@ -157,21 +154,18 @@ TEST_F(HashTable, StoreOfAKnownKeyOverwritesItsSlot) {
     for (int s = 0; s < 3; s++) EXPECT_EQ(slotOf(bucketKey(s)), s);
 }
 
-// Stores each move of a line as the hash move of the position it is played from.
-void storeLine(const char* fen, const std::vector<const char*>& moves, const std::vector<int>& bounds,
-               const std::vector<int>& pieceOverride) {
+// Stores each move of a line as the hash move of the position it is played from, with an exact
+// bound and the moving piece unless other bounds or piece bytes are given.
+void storeLine(const char* fen, const std::vector<const char*>& moves, const std::vector<int>& bounds = {},
+               const std::vector<int>& pieces = {}) {
     testPosition p(fen);
     for (size_t i = 0; i < moves.size(); i++) {
-        int ply = static_cast<int>(i);
-        generateMovesLegal(ply, p->plyState[ply].moveList, p.get());
-        moveStruct played = EMPTYMOVE;
-        for (moveStruct m : listMoves(p.get(), ply))
-            if (moveToLA(&m, p->sideToMove) == moves[i]) played = m;
-        ASSERT_FALSE(isEmptyMove(played)) << moves[i];
+        moveStruct played;
+        ASSERT_TRUE(moveFromText(moves[i], p.get(), &played)) << moves[i];
         moveStruct stored = played;
-        stored.order = static_cast<uint8_t>(pieceOverride[i] ? pieceOverride[i] : p->board[played.from]);
-        storeHash(p->hashKey, ply, stored, 0, 5, bounds[i]);
-        makeMove(p.get(), ply, played);
+        stored.order = static_cast<uint8_t>(i < pieces.size() && pieces[i] ? pieces[i] : p->board[played.from]);
+        storeHash(p->hashKey, static_cast<int>(i), stored, 0, 5, i < bounds.size() ? bounds[i] : BOUND_EXACT);
+        makeMove(p.get(), static_cast<int>(i), played);
     }
 }
 
@@ -184,12 +178,12 @@ TEST_F(HashTable, PrincipalVariationFollowsExactHashMoves) {
         int maxLength;
         const char* expected;
     } cases[] = {
-        {"whole line", {3, 3, 3, 3}, {0, 0, 0, 0}, 10, "e2e4 e7e5 g1f3 b8c6 "},
-        {"cut by length", {3, 3, 3, 3}, {0, 0, 0, 0}, 2, "e2e4 e7e5 "},
-        {"stops at a bound that is not exact", {3, 3, 2, 3}, {0, 0, 0, 0}, 10, "e2e4 e7e5 "},
-        {"stops at a wrong piece", {3, 3, 3, 3}, {0, 0, WHITE_BISHOP, 0}, 10, "e2e4 e7e5 "},
-        {"stops at a black piece byte", {3, 3, 3, 3}, {0, 0, 0, BLACK_QUEEN}, 10, "e2e4 e7e5 g1f3 "},
-        {"stops at once", {1, 3, 3, 3}, {0, 0, 0, 0}, 10, ""},
+        {"whole line", {}, {}, 10, "e2e4 e7e5 g1f3 b8c6 "},
+        {"cut by length", {}, {}, 2, "e2e4 e7e5 "},
+        {"stops at a bound that is not exact", {BOUND_EXACT, BOUND_EXACT, BOUND_LOWER}, {}, 10, "e2e4 e7e5 "},
+        {"stops at a wrong piece", {}, {0, 0, WHITE_BISHOP}, 10, "e2e4 e7e5 "},
+        {"stops at a black piece byte", {}, {0, 0, 0, BLACK_QUEEN}, 10, "e2e4 e7e5 g1f3 "},
+        {"stops at once", {BOUND_UPPER}, {}, 10, ""},
     };
     for (const auto& c : cases) {
         clearHashTableMT();
@@ -198,10 +192,9 @@ TEST_F(HashTable, PrincipalVariationFollowsExactHashMoves) {
         uint64_t key = p->hashKey;
         getPVFromHashTable(p.get(), c.maxLength);
         EXPECT_EQ(PVToString(p.get()), c.expected) << c.name;
-        EXPECT_EQ(p->hashKey, key) << c.name;
-        EXPECT_EQ(p->historyCount, 1) << c.name;
-        EXPECT_EQ(p->board[sq("e2")], WHITE_PAWN) << c.name;
-        EXPECT_EQ(p->sideToMove, WHITE) << c.name;
+        EXPECT_TRUE(p->hashKey == key && p->historyCount == 1 && p->board[sq("e2")] == WHITE_PAWN &&
+                    p->sideToMove == WHITE)
+            << c.name << ": the position is restored";
     }
 }
 
@@ -228,7 +221,7 @@ TEST_F(HashTable, PrincipalVariationStopsAtADraw) {
     };
     for (const auto& c : cases) {
         clearHashTableMT();
-        storeLine(c.fen, c.line, std::vector<int>(c.line.size(), BOUND_EXACT), std::vector<int>(c.line.size(), 0));
+        storeLine(c.fen, c.line);
         testPosition p(c.fen);
         getPVFromHashTable(p.get(), 20);
         EXPECT_EQ(PVToString(p.get()), c.expected) << c.name;
