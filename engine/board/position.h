@@ -2,6 +2,7 @@
 // the per-ply state stack that move making and the search walk up and down.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -106,6 +107,9 @@ struct positionStruct {
     // Per-thread search data (histories, move buffer); null outside a search thread.
     searchDataStruct* search;
     int32_t workerId;
+    // The stop flag of the search this position belongs to, read at every node (a copy of
+    // search->control's flag address, one load closer).
+    const std::atomic<bool>* stopFlag;
 
     // Root results of the thread's search.
     moveStruct rootBestMove;  // move that last raised alpha at the root

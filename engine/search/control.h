@@ -4,7 +4,8 @@
 //
 // Sharing without locks, field by field:
 // - stopSearch: set by any search thread (time, node limit, mate at the root) and by the UCI
-//   thread ("stop", "quit", a new "go"); read by every search thread at every node. Only ever
+//   thread ("stop", "quit", a new "go"); read by every search thread at every node, through the
+//   position's stopFlag, which points here (one load fewer on the hot path). Only ever
 //   set to true during a search, so a late read only delays the stop. Cleared by the UCI thread
 //   before the threads are woken.
 // - ponderSearch: set by the UCI thread at "go ponder", cleared at "ponderhit"; read by the

@@ -14,4 +14,4 @@ int alfabeta(unsigned char ply, int depth, short alpha, short beta, positionStru
 void checkSearchLimits(positionStruct* pos);
 
 // Whether the running search has been told to stop (by any thread or by the UCI thread).
-inline bool searchStopped(const positionStruct* pos) { return pos->search->control->stopped(); }
+inline bool searchStopped(const positionStruct* pos) { return pos->stopFlag->load(std::memory_order_relaxed); }

@@ -28,6 +28,7 @@ worker::worker(int id) : workerId(id) {
     rootPosition.search = &searchData;
     rootPosition.workerId = id;
     searchData.control = &theWorkForce;
+    rootPosition.stopFlag = &theWorkForce.stopSearch;
     startThread();  // returns once the new thread is parked
 }
 
@@ -35,6 +36,7 @@ void worker::prepareSearch(const positionStruct& game) {
     rootPosition = game;
     rootPosition.search = &searchData;
     rootPosition.workerId = workerId;
+    rootPosition.stopFlag = &theWorkForce.stopSearch;
     rootPosition.plyState[0].moveList = searchData.moveBuffer;
     rootPosition.nodeCount = rootPosition.qNodeCount = rootPosition.tbHits = 0;
     rootPosition.selDepth = 0;

@@ -25,6 +25,7 @@ struct searchPosition {
         clearSearchHistory(data.get());
         control.progress.push_back(&data->progress);
         data->control = &control;
+        pos->stopFlag = &control.stopSearch;
         pos->search = data.get();
         pos->plyState[0].moveList = data->moveBuffer;
         setPosition(fen, pos.get());
