@@ -550,9 +550,6 @@ def run_tests(test_stages, timeout, build=None):
 
 
 def default_shared_dir(root):
-    for candidate in (root.parent / "shared", Path("/work/shared")):
-        if candidate.is_dir():
-            return candidate.resolve()
     return (root.parent / "shared").resolve()
 
 
