@@ -241,10 +241,11 @@ class Fault(Exception):
 
 
 class Search:
-    __slots__ = ("pos", "due", "stopped")
+    __slots__ = ("pos", "due", "stopped", "allowed")
 
-    def __init__(self, pos, due):
-        self.pos, self.due, self.stopped = pos, due, None
+    def __init__(self, pos, due, allowed=None):
+        # allowed: the legal moves of "searchmoves", None when every move may be played
+        self.pos, self.due, self.stopped, self.allowed = pos, due, None, allowed
 
 
 class Fuzzer:
@@ -410,6 +411,8 @@ class Fuzzer:
             self.fail("bestmove 0000 with %d legal moves" % len(legal))
         if best != "0000" and best not in legal:
             self.fail("illegal best move %s" % best)
+        if search.allowed is not None and best not in search.allowed:
+            self.fail("best move %s is not among searchmoves %s" % (best, " ".join(sorted(search.allowed))))
         if len(words) == 4 and (best == "0000" or words[3] not in legal[best].legal()):
             self.fail("illegal ponder move %s" % show(words[3]))
 
@@ -458,7 +461,7 @@ class Fuzzer:
             s.due, s.stopped = base + self.t_stop, now
         self.pump(lambda: not self.searches, self.t_stop * 2, "bestmove after stop")
 
-    def start_go(self, line, bounded, ponder=False):
+    def start_go(self, line, bounded, ponder=False, allowed=None):
         if self.stop_plan:
             self.stop_searches()
         if len(self.searches) >= 2:
@@ -467,7 +470,7 @@ class Fuzzer:
         self.send(line)
         self.stats["gos"] += 1
         now = time.monotonic()
-        self.searches.append(Search(self.known, now + self.t_bounded if bounded else None))
+        self.searches.append(Search(self.known, now + self.t_bounded if bounded else None, allowed))
         if not bounded:
             self.stop_plan = [steps, delay, now, ponder]
 
@@ -496,8 +499,16 @@ class Fuzzer:
                 else:
                     pairs.append([key])
         rng.shuffle(pairs)
+        allowed = None
+        if rng.random() < 0.25:  # a root move list, legal moves mixed with others
+            legal = sorted(self.known.legal()) if self.known else []
+            listed = rng.sample(legal, rng.randint(0, min(3, len(legal))))
+            listed += rng.sample(["e2e4", "a7a8q", "h1h1", "z9z9", "e1g1", "-"], rng.randint(0, 2))
+            pairs.insert(rng.randint(0, len(pairs)), ["searchmoves"] + listed)
+            if self.known:
+                allowed = set(listed) & set(self.known.legal()) or None
         line = " ".join(["go"] + [w for p in pairs for w in p])
-        self.start_go(line, bounded, ponder=any(p[0] == "ponder" for p in pairs))
+        self.start_go(line, bounded, ponder=any(p[0] == "ponder" for p in pairs), allowed=allowed)
 
     def act_stop(self):
         self.send("stop")

@@ -105,3 +105,11 @@ bool isMovePseudoLegal(const positionStruct* pos, int ply, moveStruct move) {
     if (kind != KIND_NORMAL) return false;
     return (attacksOf(type, from, occupied) & squareBit(to)) != 0;
 }
+
+bool legalMoveFromText(const std::string& text, positionStruct* pos, moveStruct* move) {
+    if (!moveFromText(text, pos, move)) return false;
+    generateMovesLegal(0, pos->plyState[0].moveList, pos);
+    for (const moveStruct* m = pos->plyState[0].moveList; m < pos->plyState[0].moveListEnd; m++)
+        if (sameMove(*m, *move)) return true;
+    return false;
+}

@@ -450,6 +450,7 @@ int alfabeta(unsigned char ply, int depth, short alphaIn, short betaIn, position
     checkInfoStruct checkInfo;
     bool checkInfoReady = false;
     while (!isEmptyMove(move = nextMove(pos, ply))) {
+        if (ply == 0 && !isSearchMoveAllowed(pos->search->control->limits->searchMoves, move)) continue;
         const uint8_t stage = entry->moveStage;
         if (!checkInfoReady) {
             computeCheckInfo(pos, &checkInfo);

@@ -4,7 +4,9 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <vector>
 
+#include "engine/board/move.h"
 #include "engine/util/clock.h"
 
 struct engineStruct {
@@ -33,6 +35,16 @@ struct engineStruct {
     bool newGame = true;       // the next "go" recomputes timeFactor
     bool noTimeLimit = false;  // "go" gave a depth, node or mate limit and no clock: no time checks
     std::string syzygyPath;
+    // "go searchmoves": the root moves the search may play, all legal; empty = every move.
+    std::vector<moveStruct> searchMoves;
 };
 
 extern engineStruct engine;
+
+// Whether the root may play `move` under "go searchmoves" (`listed`; empty allows every move).
+inline bool isSearchMoveAllowed(const std::vector<moveStruct>& listed, moveStruct move) {
+    if (listed.empty()) return true;
+    for (moveStruct m : listed)
+        if (sameMove(m, move)) return true;
+    return false;
+}

@@ -98,6 +98,13 @@ void collectPrincipalVariation(positionStruct* pos) {
 
 namespace {
 
+// The first root move the search may play ("go searchmoves" may leave out the first legal one).
+moveStruct firstSearchedMove(const positionStruct* pos, const engineStruct& limits) {
+    for (const moveStruct* m = pos->plyState[0].moveList; m < pos->plyState[0].moveListEnd; m++)
+        if (isSearchMoveAllowed(limits.searchMoves, *m)) return *m;
+    return pos->plyState[0].moveList[0];
+}
+
 // Steps 1 to 3: the root moves and the starting state; a root without legal moves and a
 // tablebase root are answered at once. True when the search is over before it started.
 bool prepareRoot(positionStruct* pos, bool mainThread) {
@@ -105,10 +112,11 @@ bool prepareRoot(positionStruct* pos, bool mainThread) {
     pos->plyState[0].killer1 = pos->plyState[0].killer2 = EMPTYMOVE;
     generateMovesLegal(0, pos->plyState[0].moveList, pos);
     const int rootMoves = moveCount(pos, 0);
+    const engineStruct& limits = *pos->search->control->limits;
     pos->iterationDone = 1;
     pos->completedDepth = 0;
     pos->rootScore = -SCORE_INFINITY;
-    pos->bestMove = rootMoves > 0 ? pos->plyState[0].moveList[0] : EMPTYMOVE;
+    pos->bestMove = rootMoves > 0 ? firstSearchedMove(pos, limits) : EMPTYMOVE;
     pos->bestMove.order = pos->board[pos->bestMove.from];
     pos->ponderMove = EMPTYMOVE;
     pos->pvHasPonder = 0;
@@ -127,7 +135,7 @@ bool prepareRoot(positionStruct* pos, bool mainThread) {
     // A tablebase position is answered from the DTZ tables.
     if (mainThread && tablebaseLargest > 0 && pos->plyState[0].castlingRights == 0 &&
         popCount(occupancy(pos)) <= tablebaseLargest) {
-        moveStruct tbMove = syzygyProbeDTZ(pos);
+        moveStruct tbMove = syzygyProbeDTZ(pos, limits.searchMoves);
         if (!isEmptyMove(tbMove)) {
             pos->bestMove = tbMove;
             pos->completedDepth = TB_DEPTH;

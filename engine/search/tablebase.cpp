@@ -6,6 +6,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "engine/search/engine.h"
 #include "engine/search/tt.h"
 #include "engine/util/output.h"
 #include "fathom/tbprobe.h"
@@ -55,7 +56,7 @@ int syzygyProbeWDL(int ply, const positionStruct* p) {
     return success ? wdl + 2 : -1;
 }
 
-moveStruct syzygyProbeDTZ(const positionStruct* p) {
+moveStruct syzygyProbeDTZ(const positionStruct* p, const std::vector<moveStruct>& allowed) {
     uint8_t rule50 = static_cast<uint8_t>(p->halfMoveClock > 255 ? 255 : p->halfMoveClock);
     pos record = toProberPosition(p, rule50);
     const bitboard* bb = p->bitboards;
@@ -88,6 +89,8 @@ moveStruct syzygyProbeDTZ(const positionStruct* p) {
     } else if (typeOf(piece) == PAWN && (move.to - move.from == 16 || move.from - move.to == 16)) {
         move.kind = KIND_DOUBLE_STEP;
     }
+
+    if (!isSearchMoveAllowed(allowed, move)) return EMPTYMOVE;
 
     int absDtz = dtz < 0 ? -dtz : dtz;
     int score = wdlClass == 4 ? TB_WIN_SCORE - absDtz : wdlClass == 0 ? absDtz - TB_WIN_SCORE : 0;

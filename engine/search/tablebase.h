@@ -2,6 +2,9 @@
 // that picks the move at the root.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "engine/board/position.h"
 
 // Pieces in the largest table loaded, 0 when none: a copy of the prober's own count, kept here so
@@ -18,5 +21,6 @@ void tablebaseFree();
 // or -1 when the probe failed. The fifty-move counter is taken as 0 inside the tree.
 int syzygyProbeWDL(int ply, const positionStruct* pos);
 // The move to play at the root by the tables (fourth byte: moving piece), or EMPTYMOVE; prints
-// the tablebase root line when it succeeds.
-moveStruct syzygyProbeDTZ(const positionStruct* pos);
+// the tablebase root line when it succeeds. A move that "go searchmoves" leaves out (when
+// allowed is not empty) is not played: the probe then gives EMPTYMOVE and prints nothing.
+moveStruct syzygyProbeDTZ(const positionStruct* pos, const std::vector<moveStruct>& allowed);

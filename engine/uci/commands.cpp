@@ -75,12 +75,7 @@ void compactHistory(positionStruct* pos) {
 bool playMoveText(const std::string& text) {
     positionStruct* pos = &GPSData;
     moveStruct move;
-    if (!moveFromText(text, pos, &move)) return false;
-    generateMovesLegal(0, pos->plyState[0].moveList, pos);
-    bool legal = false;
-    for (moveStruct* m = pos->plyState[0].moveList; m < pos->plyState[0].moveListEnd; m++)
-        if (sameMove(*m, move)) legal = true;
-    if (!legal) return false;
+    if (!legalMoveFromText(text, pos, &move)) return false;
     makeMove(pos, 0, move);
     plyStateStruct& root = pos->plyState[0];
     const plyStateStruct& next = pos->plyState[1];

@@ -1,13 +1,18 @@
 // "go": limits, the per-move time budgets and the hand-over to the search threads.
 #include "engine/uci/go.h"
 
+#include <algorithm>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "engine/board/position.h"
+#include "engine/movegen/legal.h"
 #include "engine/search/engine.h"
 #include "engine/threads/workforce.h"
+#include "engine/util/output.h"
 
 bool parseInt(const std::string& word, int* value) {
     long long v = 0;
@@ -193,6 +198,7 @@ void resetSearchLimits(int64_t startTime) {
     engine.infinite.store(false, std::memory_order_relaxed);
     engine.movestogoGiven = false;
     engine.checkInterval = 4096;
+    engine.searchMoves.clear();
     theWorkForce.ponderSearch.store(false, std::memory_order_relaxed);
 }
 
@@ -212,16 +218,55 @@ void launchSearch(bool clockGiven, bool limitGiven, bool ponder) {
     startSearch();
 }
 
+namespace {
+
+bool isGoWord(const std::string& word) {
+    static const char* const goWords[] = {"searchmoves", "ponder", "wtime", "btime", "winc",     "binc",
+                                          "movestogo",   "depth",  "nodes", "mate",  "movetime", "infinite"};
+    for (const char* known : goWords)
+        if (word == known) return true;
+    return false;
+}
+
+// The legal moves among the texts of "searchmoves"; the others are named in one info line. With
+// none left the whole move list is searched, and the line says so.
+std::vector<moveStruct> legalSearchMoves(const std::vector<std::string>& texts) {
+    std::vector<moveStruct> moves;
+    std::string ignored;
+    for (const std::string& text : texts) {
+        moveStruct move;
+        if (!legalMoveFromText(text, &GPSData, &move))
+            ignored += " " + text;
+        else if (std::none_of(moves.begin(), moves.end(), [move](moveStruct m) { return sameMove(m, move); }))
+            moves.push_back(move);
+    }
+    if (moves.empty())
+        say("info string searchmoves holds no legal move", ignored.empty() ? "" : ":", ignored,
+            "; searching all moves");
+    else if (!ignored.empty())
+        say("info string searchmoves ignores moves that are not legal here:", ignored);
+    return moves;
+}
+
+}  // namespace
+
 void goCommand(std::istringstream& words) {
     const int64_t goTime = nowMs();
     finishPreviousSearch();
     resetSearchLimits(goTime);
 
-    bool clockGiven = false, limitGiven = false, ponder = false;
+    bool clockGiven = false, limitGiven = false, ponder = false, searchMovesGiven = false;
+    std::vector<std::string> searchMoveTexts;
     std::string word;
-    while (words >> word) {
+    bool haveWord = static_cast<bool>(words >> word);
+    while (haveWord) {
         int* target = nullptr;
-        if (word == "ponder") {
+        if (word == "searchmoves") {
+            // The list runs up to the next "go" word.
+            searchMovesGiven = true;
+            while ((haveWord = static_cast<bool>(words >> word)) && !isGoWord(word)) searchMoveTexts.push_back(word);
+            continue;
+        } else if (word == "ponder") {
             ponder = true;
         } else if (word == "infinite") {
             engine.infinite.store(true, std::memory_order_relaxed);
@@ -253,6 +298,8 @@ void goCommand(std::istringstream& words) {
             std::string value;
             if (words >> value) parseInt(value, target);
         }
+        haveWord = static_cast<bool>(words >> word);
     }
+    if (searchMovesGiven) engine.searchMoves = legalSearchMoves(searchMoveTexts);
     launchSearch(clockGiven, limitGiven, ponder);
 }

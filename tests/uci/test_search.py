@@ -1,5 +1,7 @@
 """Search results over the protocol: report lines, best moves, mates, limits."""
 
+import os
+
 import uci_driver
 from uci_driver import BESTMOVE, INFO_MATE, EngineTest, info_lines
 
@@ -8,6 +10,8 @@ ROOK_MATE_IN_4 = "8/4k3/8/8/8/8/1R6/R6K w - - 0 1"  # b2b6 and a1a6 mate in 4
 # Black has just played d7-d5 with check; only the en-passant capture e5xd6 is legal.
 ONLY_EN_PASSANT = "8/8/k7/1r1pP3/2K5/8/4n3/3r4 w - d6 0 1"
 STALEMATED = "fen 7k/5Q2/6K1/8/8/8/8/8 b - - 0 1"
+# KRvK, White to move: a2b2 hangs the rook (a draw); the tables' own move wins.
+ROOK_ENDING = "7K/8/8/8/8/2k5/R7/8 w - - 0 1"
 
 # (FEN, depth, the bestmove line) where the best move is forced or its text is special.
 FORCED = [
@@ -137,6 +141,67 @@ class SearchReports(EngineTest):
                 elapsed, lines = self.timed(go, 5)
                 self.assert_search_result(lines)
                 self.assertLess(elapsed, 0.25 * self.scale + 0.2)
+
+
+class SearchMoves(EngineTest):
+    def test_root_is_restricted_to_the_listed_legal_moves(self):
+        # (position, go, the moves allowed, whether one info string names the ignored moves)
+        cases = [
+            ("startpos", "go depth 8 searchmoves a2a3 h2h3", {"a2a3", "h2h3"}, False),
+            ("startpos", "go searchmoves g1h3 e2e5 z9 depth 6", {"g1h3"}, True),  # ends at "depth"
+            ("startpos moves e2e4", "go depth 5 searchmoves e7e5 e7e5 nodes 100000", {"e7e5"}, False),
+            # A mate in 3 is there, but only the listed move may be played.
+            ("fen " + MATE_IN_3, "go depth 7 searchmoves a7a6", {"a7a6"}, False),
+        ]
+        for position, go, allowed, says in cases:
+            with self.subTest(go=go):
+                self.engine.command("position " + position)
+                lines = self.engine.search(go, timeout=60 * self.scale)
+                self.assertIn(BESTMOVE.fullmatch(lines[-1]).group(1), allowed)
+                notes = [l for l in lines if l.startswith("info string")]
+                self.assertEqual(len(notes), 1 if says else 0, lines)
+                for m in info_lines(lines):
+                    self.assertIn(m.group(8).split()[0], allowed)
+
+    def test_no_legal_move_listed_searches_everything(self):
+        for go in ["go depth 6 searchmoves e2e5 a7a6 h1h1", "go depth 6 searchmoves"]:
+            with self.subTest(go=go):
+                self.engine.command("position startpos")
+                lines = self.engine.search(go, timeout=60 * self.scale)
+                notes = [l for l in lines if l.startswith("info string")]
+                self.assertEqual(len(notes), 1, lines)
+                self.assertIn("searching all moves", notes[0])
+                self.assert_legal("startpos", lines[-1])
+        # The next "go" has no list: nothing of the last one remains.
+        self.engine.search("go depth 3 searchmoves h2h3", 30 * self.scale)
+        fen, depth, bestmove = FORCED[1]
+        self.engine.command("position fen " + fen)
+        self.assertRegex(self.engine.search("go depth %d" % depth, 30 * self.scale)[-1], bestmove)
+
+    def test_tablebase_root_move_must_be_listed(self):
+        tables = os.path.join(os.environ.get("VORIX_SHARED_DIR", ""), "syzygy")
+        if not os.path.isfile(os.path.join(tables, "KRvK.rtbw")):
+            self.skipTest("no KRvK table")
+        self.engine.command("setoption name SyzygyPath value " + tables)
+        self.engine.command("position fen " + ROOK_ENDING)
+        # The tables' move, unrestricted: one line at depth 127 with a winning score.
+        lines = self.engine.search("go depth 10", timeout=30 * self.scale)
+        table_move = BESTMOVE.fullmatch(lines[-1]).group(1)
+        self.assertEqual(len(lines), 2, lines)
+        self.assertRegex(lines[0], r"info score cp 31\d\d\d depth 127 seldepth 127 .* pv %s" % table_move)
+        # Listed with the drawing move, the tables still answer.
+        lines = self.engine.search("go depth 10 searchmoves a2b2 " + table_move, timeout=30 * self.scale)
+        self.assertEqual(lines[-1].split()[1], table_move)
+        # Not listed: the search plays the listed move, even the draw.
+        lines = self.engine.search("go depth 10 searchmoves a2b2", timeout=30 * self.scale)
+        self.assertEqual(BESTMOVE.fullmatch(lines[-1]).group(1), "a2b2")
+        self.assertEqual(int(info_lines(lines)[-1].group(1)), 0)
+
+    def test_several_threads_keep_to_the_list(self):
+        self.engine.command("setoption name Threads value 3")
+        self.engine.command("position startpos")
+        lines = self.engine.search("go depth 11 searchmoves b1a3 g1h3", timeout=60 * self.scale)
+        self.assertIn(BESTMOVE.fullmatch(lines[-1]).group(1), {"b1a3", "g1h3"})
 
 
 if __name__ == "__main__":
