@@ -3,13 +3,19 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE ?= cmake
 SHARED ?= $(abspath ../shared)
 
-.PHONY: all build run test bench texel-bench tb-bench smp-bench debug sanitize tsan arm arm-test fuzz protocol-fuzz format perft-bench nps-bench clean help
+.PHONY: all build install run test bench pgo texel-bench tb-bench smp-bench debug sanitize tsan arm arm-test arm64 arm64-test fuzz protocol-fuzz format perft-bench nps-bench clean help
 
 all: build
 
 build:
 	$(CMAKE) -S . -B build -DCMAKE_BUILD_TYPE=Release -DVORIX_TESTS=ON -DVORIX_SHARED_DIR=$(SHARED) >/dev/null
 	$(CMAKE) --build build -j $(JOBS)
+
+# make install [PREFIX=/usr/local] [DESTDIR=...]: the program in bin/, its manual page in
+# share/man/man6/.
+PREFIX ?= /usr/local
+install: build
+	$(CMAKE) --install build --prefix $(PREFIX)
 
 run: build
 	./build/vorix
@@ -42,13 +48,36 @@ tsan:
 	$(CMAKE) -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORIX_SANITIZE=thread -DVORIX_SHARED_DIR=$(SHARED) >/dev/null
 	$(CMAKE) --build build-tsan -j $(JOBS) --target vorix
 
+# Cross builds for ARM Linux, static, run under qemu; rtest there uses the short perft file.
+CROSS_FLAGS = -DCMAKE_BUILD_TYPE=Release -DVORIX_WERROR=ON -DVORIX_SHARED_DIR=$(SHARED) \
+	-DVORIX_PERFT_FILE=$(abspath tests/data/short/perft.txt)
+
+# Profile-guided build in build-pgo/ (gcc, or clang with CXX=clang++), trained on bench; the
+# trained program must search exactly as the plain one.
+pgo:
+	rm -rf build-pgo
+	$(CMAKE) -S . -B build-pgo -DCMAKE_BUILD_TYPE=Release -DVORIX_TESTS=OFF -DVORIX_PGO=GENERATE >/dev/null
+	$(CMAKE) --build build-pgo -j $(JOBS) --target vorix
+	./build-pgo/vorix bench >/dev/null
+	$(CMAKE) -S . -B build-pgo -DVORIX_PGO=USE >/dev/null
+	$(CMAKE) --build build-pgo -j $(JOBS) --target vorix
+	@sig=$$(./build-pgo/vorix bench | tail -n 1 | awk '{print $$1}'); \
+	 if [ "$$sig" != "$$(cat tests/data/bench_signature.txt)" ]; then echo "pgo: bench signature $$sig differs"; exit 1; fi; \
+	 echo "build-pgo/vorix: bench signature $$sig"
+
 arm:
-	$(CMAKE) -S . -B build-arm -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake -DCMAKE_BUILD_TYPE=Release -DVORIX_WERROR=ON \
-		-DVORIX_SHARED_DIR=$(SHARED) -DVORIX_PERFT_FILE=$(abspath tests/data/short/perft.txt) >/dev/null
+	$(CMAKE) -S . -B build-arm -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake $(CROSS_FLAGS) >/dev/null
 	$(CMAKE) --build build-arm -j $(JOBS)
 
 arm-test: arm
 	cd build-arm && ctest --output-on-failure -j $(JOBS)
+
+arm64:
+	$(CMAKE) -S . -B build-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake $(CROSS_FLAGS) >/dev/null
+	$(CMAKE) --build build-arm64 -j $(JOBS)
+
+arm64-test: arm64
+	cd build-arm64 && ctest --output-on-failure -j $(JOBS)
 
 fuzz:
 	CXX=clang++ $(CMAKE) -S . -B build-fuzz -DCMAKE_BUILD_TYPE=Debug -DVORIX_FUZZ=ON -DVORIX_TESTS=OFF \
@@ -72,7 +101,7 @@ format:
 	git ls-files '*.cpp' '*.h' | grep -v '^fathom/' | xargs clang-format -i
 
 clean:
-	rm -rf build build-debug build-asan build-tsan build-arm build-fuzz
+	rm -rf build build-pgo build-debug build-asan build-tsan build-arm build-arm64 build-fuzz
 
 help:
-	@echo "make run | test | bench | texel-bench | tb-bench | smp-bench | debug | sanitize | tsan | arm | arm-test | fuzz | protocol-fuzz | perft-bench | nps-bench | format | clean"
+	@echo "make run | test | install [PREFIX=...] | pgo | bench | texel-bench | tb-bench | smp-bench | debug | sanitize | tsan | arm | arm-test | arm64 | arm64-test | fuzz | protocol-fuzz | perft-bench | nps-bench | format | clean"

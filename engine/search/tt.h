@@ -20,15 +20,18 @@ enum boundKind : uint8_t { BOUND_NONE = 0, BOUND_UPPER = 1, BOUND_LOWER = 2, BOU
 // One shared 64-bit word. Threads read and write entries without locks; relaxed atomics make
 // the races well-defined. A torn entry (move word of one store, score of another) is possible
 // and tolerated: the full key is compared and hash moves are checked against the board before
-// use. On 32-bit targets the word is kept as two 32-bit halves, which is what the hardware can
-// load and store in one instruction each.
+// use. The layout is chosen by pointer width: 64-bit targets (x86-64, aarch64) load and store
+// the word in one plain instruction; 32-bit ARM would need an exclusive-pair loop for a 64-bit
+// atomic, so there the word is kept as two 32-bit halves, each one plain load or store.
 #if UINTPTR_MAX > 0xFFFFFFFFu
+static_assert(std::atomic<uint64_t>::is_always_lock_free, "the table needs lock-free 64-bit words");
 struct sharedWord {
     std::atomic<uint64_t> value;
     uint64_t load() const { return value.load(std::memory_order_relaxed); }
     void store(uint64_t v) { value.store(v, std::memory_order_relaxed); }
 };
 #else
+static_assert(std::atomic<uint32_t>::is_always_lock_free, "the table needs lock-free 32-bit words");
 struct sharedWord {
     std::atomic<uint32_t> low, high;
     uint64_t load() const {
@@ -49,6 +52,7 @@ struct bucketStruct {
     sharedWord entries[4];
     sharedWord keys[4];
 };
+static_assert(sizeof(sharedWord) == 8, "an entry word is 8 bytes on every target");
 static_assert(sizeof(bucketStruct) == 64, "a bucket is one cache line");
 
 struct hashEntryStruct {
