@@ -5,6 +5,7 @@
 #include <chrono>
 #include <climits>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -250,22 +251,29 @@ std::vector<moveStruct> legalSearchMoves(const std::vector<std::string>& texts) 
 
 }  // namespace
 
-void goCommand(std::istringstream& words) {
+void goCommand(std::istringstream& stream) {
     const int64_t goTime = nowMs();
     finishPreviousSearch();
     resetSearchLimits(goTime);
 
+    const std::vector<std::string> words{std::istream_iterator<std::string>(stream),
+                                         std::istream_iterator<std::string>()};
+    size_t next = 0;
+    // The value of a word that takes one; a "go" word in its place is the next argument instead.
+    auto takeValue = [&](std::string* value) {
+        if (next >= words.size() || isGoWord(words[next])) return false;
+        *value = words[next++];
+        return true;
+    };
     bool clockGiven = false, limitGiven = false, ponder = false, searchMovesGiven = false;
     std::vector<std::string> searchMoveTexts;
-    std::string word;
-    bool haveWord = static_cast<bool>(words >> word);
-    while (haveWord) {
+    while (next < words.size()) {
+        const std::string& word = words[next++];
+        std::string value;
         int* target = nullptr;
         if (word == "searchmoves") {
-            // The list runs up to the next "go" word.
-            searchMovesGiven = true;
-            while ((haveWord = static_cast<bool>(words >> word)) && !isGoWord(word)) searchMoveTexts.push_back(word);
-            continue;
+            searchMovesGiven = true;  // the list runs up to the next "go" word
+            while (takeValue(&value)) searchMoveTexts.push_back(value);
         } else if (word == "ponder") {
             ponder = true;
         } else if (word == "infinite") {
@@ -277,28 +285,21 @@ void goCommand(std::istringstream& words) {
                                        : &engine.inc[1];
             clockGiven = true;
         } else if (word == "movestogo") {
-            std::string value;
-            if (words >> value && parseInt(value, &engine.movestogo)) engine.movestogoGiven = true;
-        } else if (word == "depth") {
-            target = &engine.depth;
-            limitGiven = true;
-        } else if (word == "mate") {
-            target = &engine.mate;
-            limitGiven = true;
+            if (takeValue(&value) && parseInt(value, &engine.movestogo)) engine.movestogoGiven = true;
+        } else if (word == "depth" || word == "mate") {
+            // Only a limit that was read ends the search by itself.
+            limitGiven |= takeValue(&value) && parseInt(value, word == "depth" ? &engine.depth : &engine.mate);
         } else if (word == "movetime") {
             target = &engine.movetime;
             clockGiven = true;
         } else if (word == "nodes") {
-            std::string value;
             unsigned long long nodes;
-            if (words >> value && parseUint64(value, &nodes)) engine.nodes = nodes;
-            limitGiven = true;
+            if (takeValue(&value) && parseUint64(value, &nodes)) {
+                engine.nodes = nodes;
+                limitGiven = true;
+            }
         }
-        if (target) {
-            std::string value;
-            if (words >> value) parseInt(value, target);
-        }
-        haveWord = static_cast<bool>(words >> word);
+        if (target && takeValue(&value)) parseInt(value, target);
     }
     if (searchMovesGiven) engine.searchMoves = legalSearchMoves(searchMoveTexts);
     launchSearch(clockGiven, limitGiven, ponder);

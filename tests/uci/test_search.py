@@ -150,6 +150,8 @@ class SearchMoves(EngineTest):
             ("startpos", "go depth 8 searchmoves a2a3 h2h3", {"a2a3", "h2h3"}, False),
             ("startpos", "go searchmoves g1h3 e2e5 z9 depth 6", {"g1h3"}, True),  # ends at "depth"
             ("startpos moves e2e4", "go depth 5 searchmoves e7e5 e7e5 nodes 100000", {"e7e5"}, False),
+            # A go word is never taken for the value of the word before it.
+            ("startpos", "go depth searchmoves b1a3 movetime 300", {"b1a3"}, False),
             # A mate in 3 is there, but only the listed move may be played.
             ("fen " + MATE_IN_3, "go depth 7 searchmoves a7a6", {"a7a6"}, False),
         ]
