@@ -3,7 +3,7 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE ?= cmake
 SHARED ?= $(abspath ../shared)
 
-.PHONY: all build install run test bench pgo texel-bench tb-bench smp-bench debug sanitize tsan arm arm-test arm64 arm64-test fuzz protocol-fuzz format perft-bench nps-bench clean help
+.PHONY: all build install run test bench pgo release texel-bench tb-bench smp-bench debug sanitize tsan arm arm-test arm64 arm64-test fuzz protocol-fuzz format perft-bench nps-bench clean help
 
 all: build
 
@@ -65,6 +65,11 @@ pgo:
 	 if [ "$$sig" != "$$(cat tests/data/bench_signature.txt)" ]; then echo "pgo: bench signature $$sig differs"; exit 1; fi; \
 	 echo "build-pgo/vorix: bench signature $$sig"
 
+# Portable static binaries per processor kind and the Debian packages, all checked, in
+# build-release/dist/ (set-up in the README).
+release:
+	scripts/release.sh
+
 arm:
 	$(CMAKE) -S . -B build-arm -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake $(CROSS_FLAGS) >/dev/null
 	$(CMAKE) --build build-arm -j $(JOBS)
@@ -101,7 +106,7 @@ format:
 	git ls-files '*.cpp' '*.h' | grep -v '^fathom/' | xargs clang-format -i
 
 clean:
-	rm -rf build build-pgo build-debug build-asan build-tsan build-arm build-arm64 build-fuzz
+	rm -rf build build-pgo build-release build-debug build-asan build-tsan build-arm build-arm64 build-fuzz
 
 help:
-	@echo "make run | test | install [PREFIX=...] | pgo | bench | texel-bench | tb-bench | smp-bench | debug | sanitize | tsan | arm | arm-test | arm64 | arm64-test | fuzz | protocol-fuzz | perft-bench | nps-bench | format | clean"
+	@echo "make run | test | install [PREFIX=...] | pgo | release | bench | texel-bench | tb-bench | smp-bench | debug | sanitize | tsan | arm | arm-test | arm64 | arm64-test | fuzz | protocol-fuzz | perft-bench | nps-bench | format | clean"
