@@ -176,7 +176,7 @@ void setPositionView(std::string_view fen, positionStruct* pos) {
     int clock = fieldToInt(fields[4]);
     int moveNumber = fieldToInt(fields[5]);
     pos->halfMoveClock = static_cast<uint16_t>(clock < 0 ? 0 : (clock > 65535 ? 65535 : clock));
-    long ply = pos->sideToMove + 2L * (static_cast<long>(moveNumber) - 1);
+    int64_t ply = pos->sideToMove + 2 * (static_cast<int64_t>(moveNumber) - 1);  // long is 32 bits on armhf
     if (ply < 0) ply = 0;
     if (ply > MAX_GAME_PLY) ply = MAX_GAME_PLY;
     pos->historyCount = static_cast<uint16_t>(ply + 1);

@@ -50,6 +50,8 @@ const setupCase setupCases[] = {
     {"4k3/8/8/8/8/8/8/4K3 w - - 0000000042 1", 0, 0, 0, 42, 1, 0},
     {"4k3/8/8/8/8/8/8/4K3 w - - 99999 1", 0, 0, 0, 65535, 1, 0},
     {"4k3/8/8/8/8/8/8/4K3 w - - 3 4 extra fields", 0, 0, 0, 3, 7, 0},
+    // A move number whose ply does not fit in 32 bits (long is 32 bits on armhf).
+    {"4k3/8/8/8/8/8/8/4K3 w - - 0 2147483647", 0, 0, 0, 0, 513, 0},
 };
 
 TEST(SetPosition, FillsStateFromTheFenFields) {
